@@ -1,0 +1,101 @@
+// The connection to the monitoring server: one ZeroMQ request socket, one frame buffer each way and
+// the client-id handshake.
+#ifndef MONCL_CLIENT_COMM_H
+#define MONCL_CLIENT_COMM_H
+
+#include "common_func.h"
+
+#include <string>
+
+/// Owns both frame buffers, and the socket until `close_connect`. Not copyable.
+///
+/// Has no lock: one request cycle (send, receive, more parts) at a time. Managers that share a
+/// connection must not be queried from several threads at once.
+///
+/// After a failed or timed-out receive the strict request socket refuses the next send; nothing
+/// here repairs that. `close_connect` followed by `connect_to_server` does.
+class MONCL_API client_comm {
+public:
+    /// Id the server granted to this process, 0 while none is held. Shared, unsynchronised, by
+    /// every connection: the first handshake sets it, the first connection destroyed gives it back.
+    static std::uint8_t client_id;
+
+    /// A connection to tcp://@p ip:@p server_port that does not connect yet; both buffers are
+    /// zeroed.
+    client_comm(std::string ip, int server_port);
+    /// Gives the id back (up to `timeout` if the server is silent) and frees the buffers. Leaves
+    /// the socket open: call `close_connect` first where that matters.
+    ~client_comm();
+    client_comm(const client_comm&) = delete;
+    client_comm& operator=(const client_comm&) = delete;
+
+    /// Creates a context and a socket, connects, and asks for a client id if none is held. A second
+    /// call makes a new socket and leaves the old one open.
+    /// @return 0; -1 no context; -2 no socket; -3 connect failed (nothing stays open); or the code
+    /// of
+    ///         the handshake's send or receive
+    int connect_to_server();
+
+    /// Sends one request frame of @p len payload bytes; copies @p msg.
+    /// @return 0; -1 if @p len is above 1024 (nothing is sent); -2 if the send failed
+    int send_msg_to_server(int command, int sub_command, const unsigned char* msg,
+                           unsigned int len);
+
+    /// Waits up to 1000 ms for an answer packet and takes it into the receive buffer, stamped with
+    /// the time of receipt. Payload bytes the frame did not carry, and those from `msg_len` on, are
+    /// zeroed; a `msg_len` above 8192 announces further parts and zeroes only the former.
+    /// @return bytes received; -1 receive failed or frame shorter than its header; -2 poll failed;
+    ///         -3 timed out; -4 wrong checksum; or the answer's own negative `msg_len`
+    int recv_msg_from_server();
+
+    /// Completes an answer of several parts whose first part `recv_msg_from_server` took: writes
+    /// the payloads, 8192 bytes each, one after the other into @p buf.
+    /// @param buf receives the parts; the caller's
+    /// @param len bytes of @p buf; nothing is written past it
+    /// @return 0; -1 on a failed receive, a wrong checksum or a part that does not fit. Unless
+    ///         `stop_at_last_part` is on, one more receive follows the last part, which the request
+    ///         socket refuses: a complete answer then ends in -1 with @p buf filled
+    int recv_more_msg(unsigned char* buf, int len);
+
+    /// With @p on, `recv_more_msg` returns 0 as soon as it has taken in the last part. Off at
+    /// first.
+    void stop_at_last_part(bool on);
+
+    /// Gives the id back, if one is held; it stays held if that fails.
+    /// @return 0, or the code of the send or receive
+    int back_client_id();
+
+    /// Closes the socket and terminates the context; both are null afterwards. Blocks while a
+    /// message is unsent unless the caller has set ZMQ_LINGER on `get_socket`.
+    /// @return 0; -1 if either step failed (a context whose socket did not close is left alone)
+    int close_connect();
+
+    /// Wall-clock time of the last send, in microseconds since the epoch.
+    unsigned long get_send_time_us();
+    /// Wall-clock time of the last receipt, in microseconds since the epoch.
+    unsigned long get_recv_time_us();
+    /// The ZeroMQ socket, owned by the connection; null while not connected.
+    void* get_socket();
+    /// The receive buffer, owned by the connection: 8240 bytes, the last packet received. A zero
+    /// byte always follows the payload. Its content ends with the next receive.
+    data_struct* get_recv_data();
+    /// The send buffer, owned by the connection: 1072 bytes, the last request sent.
+    data_struct* get_send_data();
+
+private:
+    int req_client_id();
+    int receive_frame();
+    bool checksum_matches() const;
+
+    data_struct* send_data;
+    data_struct* recv_data;
+    void* context = nullptr;
+    void* socket = nullptr;
+    std::string ip_addr;
+    int port;
+    int timeout;
+    std::string str_target;
+    bool stop_at_last = false;
+};
+
+#endif

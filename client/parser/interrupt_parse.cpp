@@ -1,0 +1,176 @@
+// The interrupt table: decoding it and printing it again.
+#include "client.h"
+
+#include "text_number.h"
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <iostream>
+
+namespace {
+// The largest table: 50 packets.
+constexpr std::size_t table_max = static_cast<std::size_t>(answer_parts_max) * answer_payload_max;
+
+bool is_numbered(std::string_view line) {
+    return line.size() > 2 && line[2] >= '0' && line[2] <= '9';
+}
+
+std::string read_word(text_reader& fields) {
+    std::string_view word;
+    fields.word(word);
+    return std::string(word);
+}
+
+std::string read_rest(text_reader& fields) {
+    std::string_view rest;
+    fields.next_line(rest);
+    return std::string(rest);
+}
+
+// Once a count is missing the reads fail, and all that follow stay 0.
+std::vector<std::uint64_t> read_counts(text_reader& fields, std::size_t cpus) {
+    std::vector<std::uint64_t> counts(cpus);
+    for (std::uint64_t& count : counts)
+        if (!fields.number(count))
+            break;
+    return counts;
+}
+
+std::shared_ptr<interrupt> read_inter_processor(std::string_view line, std::size_t cpus) {
+    auto record = std::make_shared<interrupt>();
+    text_reader fields(line);
+    record->IPI_int_num = read_word(fields);
+    record->int_cnt = read_counts(fields, cpus);
+    record->IPI_int_describe = read_rest(fields);
+    return record;
+}
+
+std::shared_ptr<interrupt> read_numbered(std::string_view line, std::size_t cpus) {
+    auto record = std::make_shared<interrupt>();
+    text_reader fields(line);
+    std::string_view number;
+    fields.word(number);
+    number.remove_suffix(1); // the colon
+    record->logic_int_num = leading_number<unsigned long>(number, "stoul");
+    record->int_cnt = read_counts(fields, cpus);
+    record->int_dev = read_word(fields);
+    fields.number(record->hardware_int_num);
+    record->trigger_mode = read_word(fields);
+    record->int_name = read_rest(fields);
+    return record;
+}
+
+std::shared_ptr<interrupt> read_error(std::string_view line) {
+    auto record = std::make_shared<interrupt>();
+    text_reader fields(line);
+    fields.skip_words(1);
+    fields.number(record->err_cnt);
+    return record;
+}
+
+// Appends text in fields as an output stream does, blank-filled, decimal.
+class column_writer {
+public:
+    explicit column_writer(bool left) : left_(left) {}
+
+    void add(std::string_view text) { text_.append(text); }
+    void add(std::string_view text, std::size_t width) {
+        const std::size_t blanks = width > text.size() ? width - text.size() : 0;
+        if (!left_)
+            text_.append(blanks, ' ');
+        text_.append(text);
+        if (left_)
+            text_.append(blanks, ' ');
+    }
+    void add(std::uint64_t number, std::size_t width) {
+        char digits[20];
+        char* start = digits + sizeof digits;
+        do
+            *--start = static_cast<char>('0' + number % 10);
+        while ((number /= 10) != 0);
+        add(std::string_view(start, static_cast<std::size_t>(digits + sizeof digits - start)),
+            width);
+    }
+    std::string take() { return std::move(text_); }
+
+private:
+    std::string text_;
+    bool left_;
+};
+} // namespace
+
+unsigned int interrupt_parser::parse_interrupt(unsigned char* msg) {
+    interrupts = std::make_unique<std::vector<std::shared_ptr<interrupt>>>();
+    const char* text = reinterpret_cast<const char*>(msg);
+    const int result = take_table({text, strnlen(text, table_max)});
+    const bool left = (std::cout.flags() & std::ios::adjustfield) == std::ios::left;
+    std::cout << format_table(left) << std::flush;
+    return static_cast<unsigned int>(result);
+}
+
+int interrupt_parser::parse_int(const std::string& text) {
+    return take_table(text);
+}
+
+int interrupt_parser::take_table(std::string_view text) {
+    try {
+        text_reader lines(text);
+        std::string_view line;
+        lines.next_line(line);
+        const auto cpus = static_cast<std::size_t>(std::count(line.begin(), line.end(), 'C'));
+        std::size_t counts = 0;
+        while (lines.next_line(line)) {
+            const bool inter_processor = line.substr(0, 3) == "IPI";
+            if (inter_processor || is_numbered(line)) {
+                // A header alone could otherwise ask for any amount of memory a line.
+                counts += cpus;
+                if (counts > table_max)
+                    throw std::length_error("too many counts");
+                interrupts->push_back(inter_processor ? read_inter_processor(line, cpus)
+                                                      : read_numbered(line, cpus));
+            } else if (line.substr(0, 3) == "Err") {
+                interrupts->push_back(read_error(line));
+            }
+        }
+        return 1;
+    } catch (const std::exception& e) {
+        std::cout << "parse_interrupt failed!" << e.what() << std::endl;
+        return 0;
+    }
+}
+
+std::string interrupt_parser::format_table(bool left) const {
+    column_writer table(left);
+    table.add("    ");
+    const std::size_t cpus = interrupts->empty() ? 0 : interrupts->front()->int_cnt.size();
+    for (std::size_t i = 0; i < cpus; ++i) {
+        // The headings are right-aligned whatever the stream is set to.
+        table.add("       CPU");
+        table.add(std::to_string(i));
+    }
+    table.add("\n");
+    for (const auto& record : *interrupts) {
+        if (record->IPI_int_num.empty() && record->logic_int_num != 0) {
+            table.add(record->logic_int_num, 3);
+            table.add(":");
+            for (std::uint64_t count : record->int_cnt)
+                table.add(count, 11);
+            table.add(record->int_dev, 11);
+            table.add(record->hardware_int_num, 5);
+            table.add(" ");
+            table.add(record->trigger_mode);
+            table.add(record->int_name);
+        } else if (record == interrupts->back()) {
+            table.add("Err:");
+            table.add(record->err_cnt, 11);
+        } else {
+            table.add(record->IPI_int_num, 3);
+            for (std::uint64_t count : record->int_cnt)
+                table.add(count, 11);
+            table.add(record->IPI_int_describe);
+        }
+        table.add("\n");
+    }
+    return table.take();
+}

@@ -1,0 +1,15 @@
+# Installs the library with its CMake package and pkg-config file.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS moncl EXPORT moncl)
+install(FILES ${moncl_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/moncl)
+install(EXPORT moncl NAMESPACE moncl:: FILE moncl_targets.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/moncl)
+configure_file(cmake/moncl-config.cmake.in moncl-config.cmake @ONLY)
+write_basic_package_version_file(moncl-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/moncl-config.cmake
+              ${CMAKE_CURRENT_BINARY_DIR}/moncl-config-version.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/moncl)
+configure_file(cmake/moncl.pc.in moncl.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/moncl.pc
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

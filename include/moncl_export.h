@@ -1,0 +1,7 @@
+// Marks what libmoncl exports; everything else stays inside a library built with hidden visibility.
+#ifndef MONCL_EXPORT_H
+#define MONCL_EXPORT_H
+
+#define MONCL_API __attribute__((visibility("default")))
+
+#endif

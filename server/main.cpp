@@ -1,0 +1,47 @@
+// monsrv, the monitoring server as a program.
+#include "monitor_server.h"
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <iostream>
+
+namespace {
+monsrv::monitor_server* running = nullptr;
+
+void stop_running(int) {
+    running->stop();
+}
+} // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app("Monitoring server: answers moncl from this host's kernel.", "monsrv");
+    app.set_version_flag("--version", "monsrv " MONCL_VERSION);
+    std::string address = "127.0.0.1";
+    int port = 5757;
+    monsrv::server_options options;
+    app.add_option("--bind", address, "Address or interface to listen at")->capture_default_str();
+    app.add_option("--port", port, "Port to listen at; 0 picks a free one")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
+    app.add_option("--root", options.root, "Folder to read in place of /")
+        ->check(CLI::ExistingDirectory)
+        ->capture_default_str();
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? 0 : 2;
+    }
+    try {
+        monsrv::monitor_server server(options);
+        port = server.bind(address, port);
+        running = &server;
+        std::signal(SIGINT, stop_running);
+        std::signal(SIGTERM, stop_running);
+        std::cout << "monsrv: listening at " << address << ":" << port << std::endl;
+        server.run();
+    } catch (const std::exception& e) {
+        std::cerr << "monsrv: " << e.what() << "\n";
+        return 1;
+    }
+    return 0;
+}

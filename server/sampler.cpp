@@ -1,0 +1,70 @@
+// The table of handlers and the payload they fill.
+#include "sampler.h"
+
+#include <algorithm>
+
+namespace monsrv {
+
+namespace {
+std::vector<sampler_installer>& installers() {
+    static std::vector<sampler_installer> all;
+    return all;
+}
+} // namespace
+
+std::int32_t request::number() const {
+    return size < 4 ? 0 : static_cast<std::int32_t>(u8_to_u32(payload));
+}
+
+void reply::allow_parts() {
+    capacity_ = static_cast<std::size_t>(answer_parts_max) * answer_payload_max;
+}
+
+std::size_t reply::room() const {
+    return capacity_ - bytes.size();
+}
+
+bool reply::add(const void* data, std::size_t size) {
+    const std::size_t taken = std::min(size, room());
+    const auto* start = static_cast<const unsigned char*>(data);
+    bytes.insert(bytes.end(), start, start + taken);
+    return taken == size;
+}
+
+bool reply::add_lines(std::string_view text) {
+    if (text.size() + 1 <= room())
+        return add(text.data(), text.size());
+    const std::size_t last = room() == 0 ? text.npos : text.rfind('\n', room() - 2);
+    if (last != text.npos)
+        add(text.data(), last + 1);
+    return false;
+}
+
+void sampler_table::on(int command, int sub_command, handler answer) {
+    handlers_[{command, sub_command}] = std::move(answer);
+}
+
+void sampler_table::on_client_gone(std::function<void(std::uint8_t)> forget) {
+    forgetters_.push_back(std::move(forget));
+}
+
+const handler* sampler_table::find(int command, int sub_command) const {
+    auto found = handlers_.find({command, sub_command});
+    return found == handlers_.end() ? nullptr : &found->second;
+}
+
+void sampler_table::client_gone(std::uint8_t client_id) const {
+    for (const auto& forget : forgetters_)
+        forget(client_id);
+}
+
+sampler_registration::sampler_registration(sampler_installer install) {
+    installers().push_back(install);
+}
+
+void install_samplers(sampler_table& table, const host& env) {
+    for (sampler_installer install : installers())
+        install(table, env);
+}
+
+} // namespace monsrv

@@ -1,0 +1,97 @@
+// What a sampler is: a handler for some of the requests, installed into the server's table.
+//
+// A subject is one file under server/sampler/ that ends in one line such as
+//
+//     const sampler_registration registered(install);
+//
+// where install(table, env) adds a handler for each request it answers. Handlers of one server run
+// in one thread, one after the other; each must return well within a client's 1000 ms.
+#ifndef MONSRV_SAMPLER_H
+#define MONSRV_SAMPLER_H
+
+#include "host.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace monsrv {
+
+/// One request as its handler sees it.
+struct request {
+    int sub_command;              ///< the item asked for
+    std::uint8_t client_id;       ///< who asks; 0 if it holds no id
+    const unsigned char* payload; ///< `size` bytes, valid during the call
+    std::size_t size;
+
+    /// The payload's first four bytes as a little-endian number, such as a process id; 0 if the
+    /// payload is shorter.
+    std::int32_t number() const;
+};
+
+/// The payload of an answer. Holds one packet of 8192 bytes unless `allow_parts` was called; more
+/// is cut off.
+class reply {
+public:
+    /// Lets the payload grow to 50 packets. Only for requests whose clients receive further parts.
+    void allow_parts();
+    /// Bytes that still fit.
+    std::size_t room() const;
+    /// Appends @p size bytes at @p data, or as many as fit.
+    /// @return whether all fitted
+    bool add(const void* data, std::size_t size);
+    /// Appends a record as it lies in memory, if it fits as a whole.
+    template<class Record>
+    bool add_record(const Record& record) {
+        return sizeof record <= room() && add(&record, sizeof record);
+    }
+    /// Appends the lines of @p text that fit as a whole, and leaves room for a closing NUL.
+    /// @return whether all fitted
+    bool add_lines(std::string_view text);
+
+    std::vector<unsigned char> bytes; ///< the payload so far
+
+private:
+    std::size_t capacity_ = answer_payload_max;
+};
+
+/// Answers a request.
+/// @return 0, or a negated errno that is sent instead of the payload
+using handler = std::function<int(const request&, reply&)>;
+
+/// The handlers of one server, by command and sub-command.
+class sampler_table {
+public:
+    /// Calls @p answer for requests of @p command and @p sub_command.
+    void on(int command, int sub_command, handler answer);
+    /// Calls @p forget with the id of every client that gives its id back.
+    void on_client_gone(std::function<void(std::uint8_t)> forget);
+
+    /// The handler of a request; null if there is none.
+    const handler* find(int command, int sub_command) const;
+    /// Tells every sampler that a client is gone.
+    void client_gone(std::uint8_t client_id) const;
+
+private:
+    std::map<std::pair<int, int>, handler> handlers_;
+    std::vector<std::function<void(std::uint8_t)>> forgetters_;
+};
+
+/// Adds a subject's handlers to a server's table. @p env outlives the table.
+using sampler_installer = void (*)(sampler_table& table, const host& env);
+
+/// Registers a subject with every server constructed later.
+class sampler_registration {
+public:
+    explicit sampler_registration(sampler_installer install);
+};
+
+/// Installs all registered subjects.
+void install_samplers(sampler_table& table, const host& env);
+
+} // namespace monsrv
+
+#endif

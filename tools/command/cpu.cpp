@@ -1,0 +1,21 @@
+// moncl cpu: usage of every CPU.
+#include "cpu_stat_manager.h"
+
+#include "session.h"
+
+namespace tools {
+namespace {
+
+command_action configure(CLI::App& app) {
+    return [when = add_schedule(app)](session& asking) {
+        cpu_stat_manager manager(asking.new_connection());
+        return asking.repeat(*when, {[&](std::ostream* out) { return manager.get_cpu_usage(out); },
+                                     {manager.client},
+                                     true});
+    };
+}
+
+const command_registration registered("cpu", "Usage of every CPU", configure);
+
+} // namespace
+} // namespace tools

@@ -1,0 +1,75 @@
+// Reading the command line.
+#include "command_line.h"
+
+#include <CLI/CLI.hpp>
+
+namespace tools {
+
+namespace {
+// HOST:PORT, the port after the last colon.
+std::string read_endpoint(const std::string& text, source& from) {
+    const std::size_t colon = text.rfind(':');
+    if (colon == text.npos || colon == 0)
+        return "needs HOST:PORT";
+    int port = 0;
+    if (!CLI::detail::lexical_cast(text.substr(colon + 1), port) || port < 1 || port > 65535)
+        return "needs a port from 1 to 65535 behind the colon";
+    from.host = text.substr(0, colon);
+    from.port = port;
+    return {};
+}
+
+void add_source(CLI::App& app, source& from) {
+    auto* connect =
+        app.add_option("--connect", "Ask the server at HOST:PORT; without this a server "
+                                    "is started inside the program");
+    connect->type_name("HOST:PORT")->each([&from](const std::string& text) {
+        if (const std::string fault = read_endpoint(text, from); !fault.empty())
+            throw CLI::ValidationError("--connect", fault);
+    });
+    app.add_option("--root", from.root, "Folder the server inside reads in place of /")
+        ->check(CLI::ExistingDirectory)
+        ->excludes(connect);
+    app.add_flag("--verbose", from.verbose, "Show the library's log on standard error");
+}
+} // namespace
+
+std::shared_ptr<schedule> add_schedule(CLI::App& app) {
+    auto when = std::make_shared<schedule>();
+    // Beyond a day, and below a millisecond, an interval is a slip of the finger.
+    const CLI::Range seconds(0.001, 86400.0);
+    const CLI::Range reports(1L, 1000000000L);
+    auto* interval = app.add_option("INTERVAL,-i,--interval", when->interval,
+                                    "Seconds between reports, fractions allowed; without COUNT "
+                                    "until stopped");
+    interval->check(seconds)->option_text("SECONDS");
+    app.add_option("COUNT,-n,--count", when->count, "Number of reports")
+        ->check(reports)
+        ->option_text("N");
+    return when;
+}
+
+invocation read_command_line(std::vector<std::string> arguments, std::ostream& out,
+                             std::ostream& err) {
+    invocation result;
+    CLI::App app("Asks a monitoring server and prints what it says.", "moncl");
+    app.set_version_flag("--version", "moncl " MONCL_VERSION);
+    app.fallthrough();
+    app.require_subcommand(1);
+    add_source(app, result.from);
+    for (const command& each : all_commands()) {
+        CLI::App* sub = app.add_subcommand(each.name, each.summary);
+        command_action action = each.configure(*sub);
+        sub->callback([action, &result] { result.action = action; });
+    }
+    try {
+        std::reverse(arguments.begin(), arguments.end());
+        app.parse(std::move(arguments));
+    } catch (const CLI::ParseError& e) {
+        result.action = nullptr;
+        result.status = app.exit(e, out, err) == 0 ? exit_ok : exit_usage;
+    }
+    return result;
+}
+
+} // namespace tools

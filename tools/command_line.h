@@ -1,0 +1,48 @@
+// The command line of the console program, from arguments to a command ready to run.
+#ifndef MONCL_TOOLS_COMMAND_LINE_H
+#define MONCL_TOOLS_COMMAND_LINE_H
+
+#include "command.h"
+#include "schedule.h"
+
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace tools {
+
+/// Exit status of the program.
+enum exit_status {
+    exit_ok = 0,
+    exit_failed = 1, ///< could not ask, or the server stayed away
+    exit_usage = 2
+};
+
+/// Where the figures come from.
+struct source {
+    std::string host; ///< empty: a server inside the program
+    int port = 0;
+    std::string root = "/"; ///< what the server inside reads in place of /
+    bool verbose = false;   ///< show the library's log
+};
+
+/// A command line that was understood, or the status to end with.
+struct invocation {
+    command_action action; ///< null: end with `status`
+    int status = exit_ok;
+    source from;
+};
+
+/// Reads the command line. Help goes to @p out, complaints to @p err.
+/// @param arguments without the program's name
+invocation read_command_line(std::vector<std::string> arguments, std::ostream& out,
+                             std::ostream& err);
+
+/// Adds INTERVAL and COUNT, also as -i and -n, to a command's options.
+/// @return the schedule they give, valid once the command line was read
+std::shared_ptr<schedule> add_schedule(CLI::App& app);
+
+} // namespace tools
+
+#endif

@@ -1,0 +1,111 @@
+// Asking a server again and again.
+#include "session.h"
+
+#include "local_server.h"
+
+#include <cstring>
+#include <zmq.h>
+
+namespace tools {
+
+namespace {
+// A negative code can be the server's own answer, which leaves the connection as good as before, or
+// the connection's: then no answer has come since the request went out.
+bool answered(client_comm& connection, int code) {
+    return connection.get_socket() != nullptr &&
+           connection.get_recv_time_us() >= connection.get_send_time_us() &&
+           connection.get_recv_data()->msg_len == code;
+}
+} // namespace
+
+session::session(const source& from, std::ostream& out, std::ostream& err)
+    : out_(out), err_(err), host_(from.host), port_(from.port) {
+    if (!host_.empty())
+        return;
+    server_ = std::make_unique<local_server>(monsrv::server_options{from.root});
+    host_ = "127.0.0.1";
+    port_ = server_->port();
+    err_ << "moncl: asking a server inside this program, at " << host_ << ":" << port_ << std::endl;
+}
+
+session::~session() = default;
+
+std::shared_ptr<client_comm> session::new_connection() const {
+    auto connection = std::make_shared<client_comm>(host_, port_);
+    connection->stop_at_last_part(true);
+    return connection;
+}
+
+int session::repeat(const schedule& when, const subject& what) {
+    ticker ticks(ticker::clock::now(), when.period());
+    bool well = true;
+    if (what.compares) {
+        well = ask(what, nullptr);
+        if (!well && when.interval <= 0)
+            return exit_failed;
+        if (stop_.wait_until(ticks.next(ticker::clock::now())))
+            return well ? exit_ok : exit_failed;
+    }
+    for (long done = 0;;) {
+        well = ask(what, &out_);
+        if (!end_report())
+            return exit_ok;
+        if (++done == when.reports() || stop_.wait_until(ticks.next(ticker::clock::now())))
+            return well ? exit_ok : exit_failed;
+    }
+}
+
+// Asks once, over new sockets if the server did not answer last time.
+// Returns whether the server answered; a request that it refuses counts as failed as well.
+bool session::ask(const subject& what, std::ostream* report) {
+    if (away_)
+        reconnect(what);
+    // After an outage the sample before it says nothing about now.
+    if (what.compares && !compared_)
+        report = nullptr;
+    const int code = what.query(report);
+    if (code < 0) {
+        complain(what, code);
+        return false;
+    }
+    if (away_)
+        err_ << "moncl: " << host_ << ":" << port_ << " is back" << std::endl;
+    away_ = false;
+    compared_ = true;
+    return true;
+}
+
+void session::complain(const subject& what, int code) {
+    for (const auto& connection : what.connections) {
+        if (answered(*connection, code)) {
+            err_ << "moncl: the server answers: " << std::strerror(-code) << std::endl;
+            return;
+        }
+    }
+    if (!away_)
+        err_ << "moncl: no answer from " << host_ << ":" << port_ << ", trying again" << std::endl;
+    away_ = true;
+    compared_ = false;
+}
+
+void session::reconnect(const subject& what) {
+    for (const auto& connection : what.connections) {
+        if (void* socket = connection->get_socket(); socket != nullptr) {
+            const int linger_ms = 0;
+            zmq_setsockopt(socket, ZMQ_LINGER, &linger_ms, sizeof linger_ms);
+            connection->close_connect();
+        }
+        if (connection->connect_to_server() < 0)
+            return;
+    }
+    if (what.introduce)
+        what.introduce();
+}
+
+// Returns whether anybody still reads.
+bool session::end_report() {
+    out_.flush();
+    return static_cast<bool>(out_);
+}
+
+} // namespace tools
