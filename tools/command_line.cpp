@@ -34,7 +34,9 @@ void add_source(CLI::App& app, source& from) {
         app.add_flag("--simulate-board", from.simulate_board,
                      "Let the server inside make up the figures of hardware that this host lacks");
     simulate->excludes(connect);
-    app.add_option("--seed", from.seed, "What the simulated figures follow from")->needs(simulate);
+    app.add_option("--seed", from.seed, "What the simulated figures follow from")
+        ->needs(simulate)
+        ->check(CLI::NonNegativeNumber);
     app.add_flag("--verbose", from.verbose, "Show the library's log on standard error");
 }
 } // namespace
