@@ -30,7 +30,7 @@ int main(int argc, char** argv) {
                                   "Make up the figures of hardware that this host lacks");
     app.add_option("--seed", options.seed, "What the simulated figures follow from")
         ->needs(simulate)
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Range(0L, 4294967295L))
         ->capture_default_str();
     try {
         app.parse(argc, argv);

@@ -22,7 +22,7 @@ namespace monsrv {
 struct server_options {
     std::string root = "/";      ///< folder to read in place of /
     bool simulate_board = false; ///< answer for hardware the host lacks
-    std::uint64_t seed = 1;      ///< of the simulated board
+    std::uint32_t seed = 1;      ///< of the simulated board
 };
 
 /// One server; owns its socket. `bind` and `run` belong to one thread, `stop` may be called from

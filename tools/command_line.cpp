@@ -36,7 +36,7 @@ void add_source(CLI::App& app, source& from) {
     simulate->excludes(connect);
     app.add_option("--seed", from.seed, "What the simulated figures follow from")
         ->needs(simulate)
-        ->check(CLI::NonNegativeNumber);
+        ->check(CLI::Range(0L, 4294967295L));
     app.add_flag("--verbose", from.verbose, "Show the library's log on standard error");
 }
 } // namespace

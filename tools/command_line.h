@@ -26,7 +26,7 @@ struct source {
     int port = 0;
     std::string root = "/";      ///< what the server inside reads in place of /
     bool simulate_board = false; ///< the server inside answers for hardware the host lacks
-    std::uint64_t seed = 1;      ///< of the simulated board
+    std::uint32_t seed = 1;      ///< of the simulated board
     bool verbose = false;        ///< show the library's log
 };
 
