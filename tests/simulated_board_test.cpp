@@ -1,14 +1,16 @@
 // The simulated board: its figures by themselves, as text for clients, and through a server.
 #include "board_answer.h"
+#include "child_process.h"
 #include "client.h"
 #include "log_capture.h"
 #include "nnu_ratio_manager.h"
 #include "running_server.h"
 #include "vio_info_manager.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <gtest/gtest.h>
-#include <numeric>
+#include <sstream>
 
 using monsrv::board_figures;
 using monsrv::simulated_board;
@@ -147,23 +149,66 @@ TEST(simulated_board, texts_decode_to_its_figures) {
     }
 }
 
-namespace {
-using nnu_query = int (nnu_ratio_manager::*)(std::ostream*);
-using vio_query = int (vio_info_manager::*)();
-constexpr nnu_query nnu_queries[] = {&nnu_ratio_manager::get_nnu0_ratio,
+TEST(simulated_board, answers_every_query_and_no_host_without_one_does) {
+    using nnu_query = int (nnu_ratio_manager::*)(std::ostream*);
+    const nnu_query nnu_queries[] = {&nnu_ratio_manager::get_nnu0_ratio,
                                      &nnu_ratio_manager::get_nnu1_ratio,
                                      &nnu_ratio_manager::get_nnu_ratio_all};
-constexpr vio_query vio_queries[] = {
-    &vio_info_manager::get_isp_info, &vio_info_manager::get_isp_fps, &vio_info_manager::get_cim_fps,
-    &vio_info_manager::get_pym_fps,  &vio_info_manager::get_gdc_fps, &vio_info_manager::get_pym_stat,
-    &vio_info_manager::get_vio_delay};
-
-void expect_from_all(const running_server& server, int code) {
-    nnu_ratio_manager nnu(server.connect());
-    for (nnu_query query : nnu_queries)
-        EXPECT_EQ((nnu.*query)(nullptr), code);
-    vio_info_manager vio(server.connect());
-    for (vio_query query : vio_queries)
-        EXPECT_EQ((vio.*query)(), code);
+    using vio_query = int (vio_info_manager::*)();
+    const vio_query vio_queries[] = {
+        &vio_info_manager::get_isp_info, &vio_info_manager::get_isp_fps,
+        &vio_info_manager::get_cim_fps,  &vio_info_manager::get_pym_fps,
+        &vio_info_manager::get_gdc_fps,  &vio_info_manager::get_pym_stat,
+        &vio_info_manager::get_vio_delay};
+    for (const auto& [options, code] : {std::pair(with_board(1), 0), {{}, -ENODEV}}) {
+        SCOPED_TRACE(code);
+        const running_server server(options);
+        nnu_ratio_manager nnu;
+        vio_info_manager vio;
+        nnu.client = vio.client = server.connect();
+        cout_capture reports;
+        for (const auto& query : nnu_queries)
+            EXPECT_EQ((nnu.*query)(nullptr), code);
+        for (const auto& query : vio_queries)
+            EXPECT_EQ((vio.*query)(), code);
+        std::ostringstream table;
+        EXPECT_EQ(vio.sort_all_vio_fps(&table), code == 0 ? 8 : 0);
+    }
 }
-} // namespace
+
+TEST(simulated_board, isp_information_arrives_whole) {
+    const running_server server(with_board(5));
+    vio_info_manager vio;
+    vio.client = server.connect();
+    cout_capture reports;
+    ASSERT_EQ(vio.get_isp_info(), 0);
+    EXPECT_GT(vio.client->get_recv_data()->sum_packet, 1);
+    const board_figures figures = simulated_board(5).now();
+    const std::size_t first = figures.isp[0].use_cases.size();
+    ASSERT_EQ(vio.isp_parse->info.size(), first + figures.isp[1].use_cases.size());
+    expect_use_cases(figures.isp[0], vio.isp_parse->info.data());
+    expect_use_cases(figures.isp[1], vio.isp_parse->info.data() + first);
+    // What its decoder skips has not lost a byte either.
+    EXPECT_EQ(
+        std::char_traits<char>::length(reinterpret_cast<const char*>(vio.joined_parts.data())),
+        monsrv::isp_text(figures.isp[1]).size());
+}
+
+TEST(simulated_board, commands_show_each_record_once) {
+    const struct {
+        const char* command;
+        int lines;
+    } cases[] = {{"nnu", 3}, {"fps", 9}, {"isp", 7}, {"pym", 4}, {"gdc", 4}, {"delay", 1}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.command);
+        child_process with({MONCL_PROGRAM, c.command, "--simulate-board"});
+        EXPECT_EQ(with.wait(), 0);
+        EXPECT_EQ(std::count(with.out.begin(), with.out.end(), '\n'), c.lines) << with.out;
+        EXPECT_NE(with.err.find("are simulated"), std::string::npos);
+        child_process without({MONCL_PROGRAM, c.command});
+        EXPECT_EQ(without.wait(), 1);
+        EXPECT_EQ(without.out, "");
+        EXPECT_NE(without.err.find("No such device"), std::string::npos);
+        EXPECT_EQ(without.err.find("simulated"), std::string::npos);
+    }
+}
