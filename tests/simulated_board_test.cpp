@@ -5,6 +5,7 @@
 #include "log_capture.h"
 #include "nnu_ratio_manager.h"
 #include "running_server.h"
+#include "scripted_server.h"
 #include "vio_info_manager.h"
 
 #include <algorithm>
@@ -210,5 +211,40 @@ TEST(simulated_board, commands_show_each_record_once) {
         EXPECT_EQ(without.out, "");
         EXPECT_NE(without.err.find("No such device"), std::string::npos);
         EXPECT_EQ(without.err.find("simulated"), std::string::npos);
+    }
+}
+
+TEST(video_commands, say_what_went_wrong) {
+    const struct {
+        const char* what;
+        const char* command;
+        scripted_server::script answers;
+        int status;
+        const char* out;
+        const char* complaint;
+    } cases[] = {
+        {"a count line that no decoder reads", "pym",
+         [](int, int sub, const std::string&) -> answer_packets {
+             return {packet(sub, "=\nmode: 1 w: 2 h: 3\n, a b c 4\nd e f 5\n")};
+         },
+         0, "  PYM  MODE  WIDTH  HEIGHT    HW-DROPS    SW-DROPS   ISP-DROPS\n",
+         "cannot read all of an answer: parse_pym_stat failed!"},
+        {"silence in the middle of the table", "fps",
+         [](int, int sub, const std::string&) -> answer_packets {
+             if (sub == 4)
+                 return {};
+             return {packet(sub, "cim0 a 1 b c d 30 e f g 30\n")};
+         },
+         1, "", "no answer from 127.0.0.1:"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        scripted_server server;
+        server.answer(c.answers);
+        const std::string endpoint = "127.0.0.1:" + std::to_string(server.port());
+        child_process moncl({MONCL_PROGRAM, "--connect", endpoint, c.command});
+        EXPECT_EQ(moncl.wait(), c.status);
+        EXPECT_EQ(moncl.out, c.out);
+        EXPECT_NE(moncl.err.find(c.complaint), std::string::npos) << moncl.err;
     }
 }
