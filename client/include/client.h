@@ -250,4 +250,135 @@ public:
     top_pid_info* pid_info = nullptr;
 };
 
+// --------------------------------------------------------------------------------------- memory
+
+/// Memory figures, in kB.
+struct meminfo {
+    std::uint64_t memTotal = 0;
+    std::uint64_t memfree = 0;
+    std::uint64_t memAvailable = 0;
+    std::uint64_t buffer = 0;
+    std::uint64_t cached = 0;
+    std::uint64_t slab = 0;
+    std::uint64_t file = 0; ///< file-backed pages, active and inactive
+    std::uint64_t anon = 0; ///< anonymous pages, active and inactive
+};
+
+/// Decodes the text of /proc/meminfo.
+class MONCL_API meminfo_parser {
+public:
+    /// Decodes @p msg into `mem`; a figure that is not there becomes 0.
+    /// @return 1; 0 after an exception, which has been written to standard output and leaves `mem`
+    /// as
+    ///         it was
+    int parse_meminfo(unsigned char* msg);
+    /// Stores the figures of @p msg by key into @p meminfo.
+    /// @throws std::invalid_argument, std::out_of_range "stol" on a value that is no number, too
+    /// large
+    void parseMeminfo(const std::string& msg, std::unordered_map<std::string, long>& meminfo);
+
+    struct meminfo mem; ///< last decode
+};
+
+// ---------------------------------------------------------------- block devices and partitions
+
+/// Keeps the two latest samples of the block devices' counters.
+class MONCL_API block_stat_parser {
+public:
+    /// Decodes @p msg: a count byte, then that many packed `block_stat`, at most 170. The sample
+    /// before stays in `last_stats` if it has as many devices.
+    /// @return 0
+    int block_stat_parse(unsigned char* msg);
+
+    std::unique_ptr<block_stats> last_stats; ///< previous sample, or null
+    std::unique_ptr<block_stats> stats;      ///< latest sample; null before the first
+    timeval last_time{}; ///< receipt of the latest sample, set by the manager after its report
+};
+
+/// Keeps the latest list of partitions.
+class MONCL_API partition_parser {
+public:
+    /// Decodes @p msg: a count byte, then that many packed `part_info`, at most 127.
+    /// @return 1
+    int partition_parse(unsigned char* msg);
+
+    std::vector<part_info> part_vec; ///< last decode
+};
+
+// ------------------------------------------------------------------------ thermal, cooling, ion
+
+/// Decodes a temperature: text, one decimal number.
+class MONCL_API thermal_parser {
+public:
+    /// Decodes @p msg.
+    /// @return 1; 0 after an exception
+    /// @throws std::logic_error if @p msg is null
+    int parse_thermal(unsigned char* msg);
+    /// Decodes @p msg into `temp`; the last line that holds anything wins.
+    /// @return 1; 0 after an exception, which has been written to standard output
+    int parse_thermal_msg(const std::string& msg);
+
+    std::uint64_t temp = 0; ///< 1/1000 degree Celsius, last decode
+};
+
+/// Decodes the state of a cooling device: text, one decimal number.
+class MONCL_API cooling_parser {
+public:
+    /// Decodes @p msg.
+    /// @return 1; 0 after an exception
+    /// @throws std::logic_error if @p msg is null
+    int parse_cooling(unsigned char* msg);
+    /// Decodes @p msg into `stat`; the last line that holds anything wins.
+    /// @return 1; 0 after an exception, which has been written to standard output
+    int parse_cooling_msg(const std::string& msg);
+
+    std::uint64_t stat = 0; ///< the device's own scale, last decode
+};
+
+/// Decodes all cooling devices and thermal zones at once.
+class MONCL_API all_thermal_parser {
+public:
+    /// Decodes @p msg: a count byte of cooling texts, one of temperature texts, then the texts,
+    /// each ended by a NUL. A text without a line repeats the value before it, 0 at first. Reads
+    /// nothing behind the payload's 8192 bytes: texts there count as having no line.
+    /// @return 1; 0 after an exception, which has been written to standard output
+    int parse_all(unsigned char* msg);
+
+    std::vector<std::uint64_t> all_co; ///< cooling states, last decode
+    std::vector<std::uint64_t> all_th; ///< 1/1000 degree Celsius, last decode
+};
+
+/// Keeps the latest list of ion heaps.
+class MONCL_API ion_info_parser {
+public:
+    /// Decodes @p msg: a count byte, then that many packed `ion_info`.
+    /// @return 1
+    int parse_ion_info(unsigned char* msg);
+
+    std::vector<ion_info> ion_vec; ///< last decode
+};
+
+// -------------------------------------------------------------------------------------- network
+
+/// Bytes of one network device or process.
+struct net_stat {
+    char dev_name[16] = {};  ///< device name, at most 15 characters; unused for processes
+    std::uint64_t total = 0; ///< cumulative bytes
+    double rate = 0;         ///< bytes per second over the last interval
+};
+
+/// Keeps the bytes of every network device and of the registered processes.
+class MONCL_API net_stat_parse {
+public:
+    /// Decodes one bandwidth answer; records that the payload cannot hold do not count, processes
+    /// that are not registered are logged and skipped.
+    /// @param delta_ms time since the previous bandwidth answer, 0 if there was none: then rates
+    /// are 0
+    /// @return 1
+    int parse_net_stat(unsigned char* msg, unsigned long delta_ms);
+
+    std::unordered_map<int, net_stat> dev_result; ///< by position in the answer
+    std::unordered_map<int, net_stat> pid_result; ///< by process id; registered by the manager
+};
+
 #endif
