@@ -64,7 +64,7 @@ int meminfo_parser::parse_meminfo(unsigned char* msg) {
 }
 
 void meminfo_parser::parseMeminfo(const std::string& msg,
-                                  std::unordered_map<std::string, long>& meminfo) {
+                                  std::unordered_map<std::string, long>& figures) {
     for_each_figure(msg,
-                    [&](std::string_view key, long value) { meminfo[std::string(key)] = value; });
+                    [&](std::string_view key, long value) { figures[std::string(key)] = value; });
 }
