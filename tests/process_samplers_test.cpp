@@ -23,11 +23,30 @@ struct fake_process {
     std::string priority = "20";
 };
 
-// The handlers of a server that samples a tree of files.
+// Calls the handlers of a server that samples what lies below a folder.
+struct asked_server {
+    explicit asked_server(const std::string& root) : env(root) {
+        monsrv::install_samplers(table, env);
+    }
+    int ask(int sub, int pid = 0, std::uint8_t client = 1) {
+        unsigned char payload[4];
+        u32_to_u8(static_cast<unsigned>(pid), payload);
+        answer = {};
+        return (*table.find(0xAE02, sub))({sub, client, payload, sizeof payload}, answer);
+    }
+    template<class Record>
+    void take(Record& record) {
+        ASSERT_EQ(answer.bytes.size(), sizeof record);
+        std::memcpy(static_cast<void*>(&record), answer.bytes.data(), sizeof record);
+    }
+
+    monsrv::host env;
+    monsrv::sampler_table table;
+    monsrv::reply answer;
+};
+
 class process_samplers : public ::testing::Test {
 protected:
-    process_samplers() { monsrv::install_samplers(table, env); }
-
     static std::string folder(int pid) { return "/proc/" + std::to_string(pid); }
 
     void put(const fake_process& p) const {
@@ -44,19 +63,12 @@ protected:
         tree.write("/proc/uptime", seconds + " 1.0\n");
     }
 
-    int ask(int sub, int pid = 0, std::uint8_t client = 1) {
-        unsigned char payload[4];
-        u32_to_u8(static_cast<unsigned>(pid), payload);
-        answer = {};
-        return (*table.find(0xAE02, sub))({sub, client, payload, sizeof payload}, answer);
-    }
-    std::string text() const { return {answer.bytes.begin(), answer.bytes.end()}; }
+    std::string text() const { return {server.answer.bytes.begin(), server.answer.bytes.end()}; }
 
     // Asks for the busiest processes: their ids in order, the rows in `busiest`.
     std::vector<int> top(std::uint8_t client = 1) {
-        EXPECT_EQ(ask(8, 0, client), 0);
-        EXPECT_EQ(answer.bytes.size(), sizeof busiest);
-        std::memcpy(static_cast<void*>(&busiest), answer.bytes.data(), sizeof busiest);
+        EXPECT_EQ(server.ask(8, 0, client), 0);
+        server.take(busiest);
         std::vector<int> pids;
         for (int i = 0; i < busiest.pid_num; ++i)
             pids.push_back(busiest.send_pid_info[i].pid);
@@ -65,9 +77,7 @@ protected:
     float usage(int row) const { return busiest.send_pid_info[row].process_usage; }
 
     file_tree tree;
-    monsrv::host env{tree.root()};
-    monsrv::sampler_table table;
-    monsrv::reply answer;
+    asked_server server{tree.root()};
     top_pid_info busiest;
 };
 
@@ -79,10 +89,10 @@ TEST_F(process_samplers, keep_the_command_name_one_word) {
                                                          {"\xc3\xa9t\x7f", "(\xc3\xa9t_)"}};
     for (const auto& [name, word] : names) {
         put({12, name});
-        ASSERT_EQ(ask(3, 12), 0);
+        ASSERT_EQ(server.ask(3, 12), 0);
         EXPECT_EQ(text().substr(0, text().find(" S ")), std::string("12 ") + word);
     }
-    EXPECT_EQ(ask(4, 12), 0);
+    EXPECT_EQ(server.ask(4, 12), 0);
     EXPECT_EQ(text().find("rchar: 9\n"), 0U);
 }
 
@@ -90,7 +100,7 @@ TEST_F(process_samplers, say_that_a_process_does_not_exist) {
     tree.write("/proc/stat", "cpu 1 2 3 4\n");
     for (const int sub : {3, 4})
         for (const int pid : {13, 0, -1})
-            EXPECT_EQ(ask(sub, pid), -ESRCH) << sub << " " << pid;
+            EXPECT_EQ(server.ask(sub, pid), -ESRCH) << sub << " " << pid;
 }
 
 TEST_F(process_samplers, rank_processes_over_their_lives_at_first) {
@@ -134,7 +144,7 @@ TEST_F(process_samplers, rank_processes_since_the_clients_previous_answer) {
     put({1, "p", 5200, 100});
     top(2);
     EXPECT_FLOAT_EQ(usage(0), 50);
-    table.client_gone(1);
+    server.table.client_gone(1);
     top(1);
     EXPECT_FLOAT_EQ(usage(0), 150 / 3.5F); // process 5, of its life
 }
@@ -151,7 +161,31 @@ TEST_F(process_samplers, send_the_146_busiest_of_many) {
 
 TEST_F(process_samplers, do_not_count_events_of_a_tree_of_files) {
     for (const int sub : {10, 11, 12})
-        EXPECT_EQ(ask(sub), -ENOTSUP) << sub;
+        EXPECT_EQ(server.ask(sub), -ENOTSUP) << sub;
+}
+
+TEST(performance_counters, count_for_each_client_until_the_last_has_switched_off) {
+    asked_server server("/");
+    EXPECT_EQ(server.ask(11, 0, 1), -ENODATA);
+    if (const int code = server.ask(10, 0, 1); code < 0) {
+        EXPECT_EQ(server.ask(11, 0, 1), -ENODATA);
+        GTEST_SKIP() << "no counters here: " << std::strerror(-code);
+    }
+    for (int i = 0; i < 100; ++i)
+        std::this_thread::sleep_for(std::chrono::microseconds(100)); // switches contexts
+    EXPECT_EQ(server.ask(10, 0, 2), 0);
+    EXPECT_EQ(server.ask(11, 0, 2), 0);
+    perf_counters later;
+    server.take(later);
+    EXPECT_EQ(server.ask(11, 0, 1), 0);
+    perf_counters all;
+    server.take(all);
+    EXPECT_GE(all.cs, later.cs + 50) << "the second client counts from 0";
+    EXPECT_EQ(server.ask(12, 0, 1), 0);
+    EXPECT_EQ(server.ask(11, 0, 1), -ENODATA);
+    EXPECT_EQ(server.ask(11, 0, 2), 0);
+    server.table.client_gone(2);
+    EXPECT_EQ(server.ask(11, 0, 2), -ENODATA);
 }
 
 TEST(interrupt_sampler, sends_a_table_of_many_parts_whole) {
