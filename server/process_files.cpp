@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <dirent.h>
 #include <memory>
+#include <unistd.h>
 
 namespace monsrv {
 
@@ -15,8 +16,10 @@ int read_file_of(const host& env, std::int32_t pid, const char* name, std::strin
     text.clear();
     if (pid <= 0)
         return -ESRCH;
-    const int error = env.read("/proc/" + std::to_string(pid) + "/" + name, text);
-    return error == -ENOENT || error == -ENOTDIR ? -ESRCH : error;
+    const std::string folder = "/proc/" + std::to_string(pid);
+    const int error = env.read(folder + "/" + name, text);
+    // Not every kernel has every file; a process that ended has none.
+    return error == -ENOENT && access(env.path(folder).c_str(), F_OK) == -1 ? -ESRCH : error;
 }
 
 bool ends_word(char c) {

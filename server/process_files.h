@@ -17,7 +17,7 @@ int read_process_stat(const host& env, std::int32_t pid, std::string& text);
 
 /// The text of /proc/PID/io.
 /// @return 0, or a negated errno: -ESRCH if there is no process @p pid, -EACCES if it may not be
-///         read
+///         read, -ENOENT if the kernel keeps no accounts
 int read_process_io(const host& env, std::int32_t pid, std::string& text);
 
 /// The processes there are, in ascending order, at most @p limit.

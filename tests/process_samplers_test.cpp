@@ -97,7 +97,8 @@ TEST_F(process_samplers, keep_the_command_name_one_word) {
 }
 
 TEST_F(process_samplers, say_that_a_process_does_not_exist) {
-    tree.write("/proc/stat", "cpu 1 2 3 4\n");
+    tree.write("/proc/14/stat", "of a kernel without I/O accounts\n");
+    EXPECT_EQ(server.ask(4, 14), -ENOENT);
     for (const int sub : {3, 4})
         for (const int pid : {13, 0, -1})
             EXPECT_EQ(server.ask(sub, pid), -ESRCH) << sub << " " << pid;
