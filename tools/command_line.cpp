@@ -41,7 +41,8 @@ void add_source(CLI::App& app, source& from) {
 }
 } // namespace
 
-std::shared_ptr<schedule> add_schedule(CLI::App& app) {
+std::shared_ptr<schedule> add_schedule(CLI::App& app, schedule_form form) {
+    const bool anyhow = form == schedule_form::anyhow;
     auto when = std::make_shared<schedule>();
     // Below a millisecond, and beyond a day, an interval is a slip of the finger. Not a CLI::Range:
     // that lets "nan" pass.
@@ -54,11 +55,12 @@ std::shared_ptr<schedule> add_schedule(CLI::App& app) {
         },
         "");
     const CLI::Range reports(1L, 1000000000L);
-    auto* interval = app.add_option("INTERVAL,-i,--interval", when->interval,
-                                    "Seconds between reports, fractions allowed; without COUNT "
-                                    "until stopped");
+    auto* interval =
+        app.add_option(anyhow ? "INTERVAL,-i,--interval" : "-i,--interval", when->interval,
+                       "Seconds between reports, fractions allowed; without COUNT "
+                       "until stopped");
     interval->check(seconds)->option_text("SECONDS");
-    app.add_option("COUNT,-n,--count", when->count, "Number of reports")
+    app.add_option(anyhow ? "COUNT,-n,--count" : "-n,--count", when->count, "Number of reports")
         ->check(reports)
         ->option_text("N");
     return when;
