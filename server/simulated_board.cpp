@@ -3,6 +3,7 @@
 #include "simulated_board.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace monsrv {
 
@@ -42,14 +43,14 @@ constexpr const char* heap_names[] = {"carveout", "cma_reserved", "custom", "sys
 // Where the frames of a pipe go. Cameras that process their images themselves pass by the image
 // signal processors, and only wide lenses need their distortion corrected.
 struct route {
-    std::uint8_t cim;
-    std::int8_t isp; // -1: none
-    std::uint8_t pym;
+    std::size_t cim;
+    std::optional<std::size_t> isp;
+    std::size_t pym;
     bool gdc;
 };
 constexpr route routes[] = {{0, 0, 0, true},   {0, 0, 0, false}, {0, 0, 1, false},
                             {0, 0, 1, true},   {1, 1, 1, false}, {1, 1, 2, true},
-                            {1, -1, 2, false}, {1, -1, 2, false}};
+                            {1, {}, 2, false}, {1, {}, 2, false}};
 
 /// One seed at one moment.
 class moment {
@@ -60,11 +61,11 @@ public:
     board_figures figures() const {
         board_figures all{};
         all.nnu_load = {100 + wave(use::nnu_load, 0, 4000, 880), wave(use::nnu_load, 1, 6000, 600)};
-        for (std::uint8_t i = 0; i < all.isp.size(); ++i)
+        for (std::size_t i = 0; i < all.isp.size(); ++i)
             set_up(all.isp[i], i);
-        for (std::uint8_t i = 0; i < all.pym.size(); ++i)
+        for (std::size_t i = 0; i < all.pym.size(); ++i)
             all.pym[i].mode = static_cast<unsigned>(hash(use::pym_mode, i) % 5);
-        for (std::uint16_t pipe = 0; pipe < std::size(routes); ++pipe)
+        for (std::size_t pipe = 0; pipe < std::size(routes); ++pipe)
             add_pipe(all, pipe);
         add_sensors(all);
         for (std::size_t i = 0; i < std::size(heap_names); ++i)
@@ -101,7 +102,7 @@ private:
         return static_cast<std::uint16_t>(rate - std::min<std::uint64_t>(lost, rate));
     }
 
-    void set_up(isp_state& isp, std::uint8_t which) const {
+    void set_up(isp_state& isp, std::size_t which) const {
         isp.contexts = 6;
         // Besides its pipes, an application that comes and goes.
         isp.active_contexts = static_cast<unsigned>(hash(use::context, which, ms_ / 15000) % 2);
@@ -113,8 +114,9 @@ private:
                     static_cast<std::uint32_t>(hash(use::registers, i, i < 64 ? ms_ / 1000 : 0)));
     }
 
-    void add_pipe(board_figures& all, std::uint16_t pipe) const {
-        const route& way = routes[pipe];
+    void add_pipe(board_figures& all, std::size_t which) const {
+        const route& way = routes[which];
+        const auto pipe = static_cast<std::uint16_t>(which);
         const camera_mode& mode = camera_modes[hash(use::camera, pipe) % std::size(camera_modes)];
         std::uint16_t rate = passing(mode.rate, use::camera_loss, pipe);
         const auto pass = [&](const std::string& name, use why, std::vector<block_rate>& rates) {
@@ -123,11 +125,11 @@ private:
             rate = left;
         };
         pass("cim" + std::to_string(way.cim), use::cim_loss, all.cim[way.cim]);
-        if (way.isp >= 0) {
-            isp_state& isp = all.isp[static_cast<std::size_t>(way.isp)];
+        if (way.isp) {
+            isp_state& isp = all.isp[*way.isp];
             ++isp.active_contexts;
             isp.use_cases.push_back({pipe, mode});
-            pass("isp" + std::to_string(way.isp) + "(ctx" +
+            pass("isp" + std::to_string(*way.isp) + "(ctx" +
                      std::to_string(isp.use_cases.size() - 1) + ")",
                  use::isp_loss, isp.rates);
         }
@@ -136,7 +138,7 @@ private:
             pym.input = mode;
         pym.hardware_drops += losses(use::pym_hardware_loss, pipe);
         pym.software_drops += losses(use::pym_software_loss, pipe);
-        pym.isp_drops += way.isp >= 0 ? losses(use::isp_loss, pipe) : 0;
+        pym.isp_drops += way.isp ? losses(use::isp_loss, pipe) : 0;
         const std::uint16_t kept = passing(rate, use::pym_hardware_loss, pipe);
         pym.rates.push_back({"pym" + std::to_string(way.pym), pipe, rate,
                              passing(kept, use::pym_software_loss, pipe)});
