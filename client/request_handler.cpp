@@ -22,8 +22,8 @@ int request_handler::exchange(int sub_command, const std::uint8_t* msg, int len)
 
 int request_handler::receive_parts() {
     constexpr int capacity = answer_parts_max * answer_payload_max;
-    parts.assign(capacity + 1, 0);
-    return client->recv_more_msg(parts.data(), capacity);
+    joined_parts.assign(capacity + 1, 0);
+    return client->recv_more_msg(joined_parts.data(), capacity);
 }
 
 void request_handler::connect(std::shared_ptr<client_comm> connection, const char* failure) {

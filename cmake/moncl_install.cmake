@@ -10,6 +10,11 @@ write_basic_package_version_file(moncl-config-version.cmake COMPATIBILITY SameMa
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/moncl-config.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/moncl-config-version.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/moncl)
+# A program that links the static library links what that needs.
+set(MONCL_PC_REQUIRES Requires)
+if(BUILD_SHARED_LIBS)
+  set(MONCL_PC_REQUIRES Requires.private)
+endif()
 configure_file(cmake/moncl.pc.in moncl.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/moncl.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

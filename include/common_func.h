@@ -12,6 +12,7 @@
 #include <mutex>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <sys/time.h>
 #include <unordered_map>
 
@@ -151,6 +152,14 @@ struct process_net_s {
     std::uint64_t total; ///< cumulative bytes
 };
 static_assert(sizeof(process_net_s) == 16 && offsetof(process_net_s, total) == 8);
+
+/// The text of a record's character field: up to its NUL, or all of a field that has none. A view
+/// of
+/// @p field.
+template<std::size_t Size>
+std::string_view field_text(const char (&field)[Size]) {
+    return std::string_view(field, Size).substr(0, std::string_view(field, Size).find('\0'));
+}
 
 // --------------------------------------------------------------------- formatting and time helpers
 

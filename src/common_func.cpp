@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
-#include <string_view>
 #include <unistd.h>
 
 FILE* logFile = nullptr;

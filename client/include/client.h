@@ -250,4 +250,251 @@ public:
     top_pid_info* pid_info = nullptr;
 };
 
+// --------------------------------------------------------------------------------------- memory
+
+/// Memory figures, in kB.
+struct meminfo {
+    std::uint64_t memTotal = 0;
+    std::uint64_t memfree = 0;
+    std::uint64_t memAvailable = 0;
+    std::uint64_t buffer = 0;
+    std::uint64_t cached = 0;
+    std::uint64_t slab = 0;
+    std::uint64_t file = 0; ///< file-backed pages, active and inactive
+    std::uint64_t anon = 0; ///< anonymous pages, active and inactive
+};
+
+/// Decodes the text of /proc/meminfo.
+class MONCL_API meminfo_parser {
+public:
+    /// Decodes @p msg into `mem`; a figure that is not there becomes 0.
+    /// @return 1; 0 after an exception, which has been written to standard output and leaves `mem`
+    /// as
+    ///         it was
+    int parse_meminfo(unsigned char* msg);
+    /// Stores the figures of @p msg by key into @p figures.
+    /// @throws std::invalid_argument, std::out_of_range "stol" on a value that is no number, too
+    /// large
+    void parseMeminfo(const std::string& msg, std::unordered_map<std::string, long>& figures);
+
+    meminfo mem; ///< last decode
+};
+
+// ---------------------------------------------------------------- block devices and partitions
+
+/// Keeps the two latest samples of the block devices' counters.
+class MONCL_API block_stat_parser {
+public:
+    /// Decodes @p msg: a count byte, then that many packed `block_stat`, at most 170. The sample
+    /// before stays in `last_stats` if it has as many devices.
+    /// @return 0
+    int block_stat_parse(unsigned char* msg);
+
+    std::unique_ptr<block_stats> last_stats; ///< previous sample, or null
+    std::unique_ptr<block_stats> stats;      ///< latest sample; null before the first
+    timeval last_time{}; ///< receipt of the latest sample, set by the manager after its report
+};
+
+/// Keeps the latest list of partitions.
+class MONCL_API partition_parser {
+public:
+    /// Decodes @p msg: a count byte, then that many packed `part_info`, at most 127.
+    /// @return 1
+    int partition_parse(unsigned char* msg);
+
+    std::vector<part_info> part_vec; ///< last decode
+};
+
+// ------------------------------------------------------------------------ thermal, cooling, ion
+
+/// Decodes a temperature: text, one decimal number.
+class MONCL_API thermal_parser {
+public:
+    /// Decodes @p msg.
+    /// @return 1; 0 after an exception
+    /// @throws std::logic_error if @p msg is null
+    int parse_thermal(unsigned char* msg);
+    /// Decodes @p msg into `temp`; the last line that holds anything wins.
+    /// @return 1; 0 after an exception, which has been written to standard output
+    int parse_thermal_msg(const std::string& msg);
+
+    std::uint64_t temp = 0; ///< 1/1000 degree Celsius, last decode
+};
+
+/// Decodes the state of a cooling device: text, one decimal number.
+class MONCL_API cooling_parser {
+public:
+    /// Decodes @p msg.
+    /// @return 1; 0 after an exception
+    /// @throws std::logic_error if @p msg is null
+    int parse_cooling(unsigned char* msg);
+    /// Decodes @p msg into `stat`; the last line that holds anything wins.
+    /// @return 1; 0 after an exception, which has been written to standard output
+    int parse_cooling_msg(const std::string& msg);
+
+    std::uint64_t stat = 0; ///< the device's own scale, last decode
+};
+
+/// Decodes all cooling devices and thermal zones at once.
+class MONCL_API all_thermal_parser {
+public:
+    /// Decodes @p msg: a count byte of cooling texts, one of temperature texts, then the texts,
+    /// each ended by a NUL. A text without a line repeats the value before it, 0 at first. Reads
+    /// nothing behind the payload's 8192 bytes: texts there count as having no line.
+    /// @return 1; 0 after an exception, which has been written to standard output
+    int parse_all(unsigned char* msg);
+
+    std::vector<std::uint64_t> all_co; ///< cooling states, last decode
+    std::vector<std::uint64_t> all_th; ///< 1/1000 degree Celsius, last decode
+};
+
+/// Keeps the latest list of ion heaps.
+class MONCL_API ion_info_parser {
+public:
+    /// Decodes @p msg: a count byte, then that many packed `ion_info`.
+    /// @return 1
+    int parse_ion_info(unsigned char* msg);
+
+    std::vector<ion_info> ion_vec; ///< last decode
+};
+
+// -------------------------------------------------------------------------------------- network
+
+/// Bytes of one network device or process.
+struct net_stat {
+    char dev_name[16] = {};  ///< device name, at most 15 characters; unused for processes
+    std::uint64_t total = 0; ///< cumulative bytes
+    double rate = 0;         ///< bytes per second over the last interval
+};
+
+/// Keeps the bytes of every network device and of the registered processes.
+class MONCL_API net_stat_parse {
+public:
+    /// Decodes one bandwidth answer; records that the payload cannot hold do not count, processes
+    /// that are not registered are logged and skipped.
+    /// @param delta_ms time since the previous bandwidth answer, 0 if there was none: then rates
+    /// are 0
+    /// @return 1
+    int parse_net_stat(unsigned char* msg, unsigned long delta_ms);
+
+    std::unordered_map<int, net_stat> dev_result; ///< by position in the answer
+    std::unordered_map<int, net_stat> pid_result; ///< by process id; registered by the manager
+};
+
+// ----------------------------------------------------------------------------- accelerator load
+
+/// Decodes the load of one accelerator core: text, one decimal number, fractions allowed.
+class MONCL_API nnu_ratio_parser {
+public:
+    /// Decodes @p msg.
+    /// @return 1; 0 after an exception
+    /// @throws std::logic_error if @p msg is null
+    int parse_nnu_ratio(unsigned char* msg);
+    /// Decodes @p msg into `nnu_rat`; the last line that holds anything wins.
+    /// @return 1; 0 after an exception, which has been written to standard output
+    int parse_nnu_msg(const std::string& msg);
+
+    float nnu_rat = 0; ///< percent, last decode
+    std::string name;  ///< core asked last, set by the manager
+};
+
+// ------------------------------------------------------------------------------- video pipeline
+
+/// Frame rates of one pipe at one block of the video pipeline.
+struct pipe_fps {
+    std::string ip_name;          ///< the block's instance, as the server writes it
+    std::uint16_t pipe_id = 0;    ///< pipe number
+    std::uint16_t input_fps = 0;  ///< frames per second entering the block
+    std::uint16_t output_fps = 0; ///< frames per second leaving the block
+};
+
+/// Frame rates by pipe number.
+using fps_map = std::unordered_map<std::uint16_t, std::shared_ptr<pipe_fps>>;
+
+/// One use case of the image signal processor. The first three fields are the characters of the
+/// text, not their values.
+struct isp_info {
+    std::uint8_t ctx_count = 0;   ///< firmware contexts
+    std::uint8_t active = 0;      ///< active contexts
+    std::uint8_t unactive = 0;    ///< inactive contexts
+    std::uint32_t pipe_id = 0;    ///< pipe number
+    std::uint32_t frame_rate = 0; ///< frames per second
+    std::uint32_t s_Width = 0;    ///< sensor width in pixels
+    std::uint32_t s_Height = 0;   ///< sensor height in pixels
+    std::string dev_sched_mode;   ///< scheduling mode, one word
+};
+
+/// Statistics of one pyramid scaler.
+struct pym_stat {
+    std::uint8_t mode = 0;          ///< the character of the text, not its value
+    std::uint32_t input_width = 0;  ///< pixels
+    std::uint32_t input_height = 0; ///< pixels
+    std::uint64_t hw_drop_cnt =
+        0; ///< frames dropped by hardware; 0 unless its label begins with it
+    std::uint64_t sw_drop_cnt = 0;  ///< frames dropped by software
+    std::uint64_t isp_drop_cnt = 0; ///< frames dropped on the image signal processor's side
+};
+
+// Decoders of the video pipeline add to what their parser holds; the manager empties it at the
+// start of a query. Of two frame-rate lines of one pipe the first counts. All return false after an
+// exception, which has been written to standard output, and keep what came before it. Those that
+// take `unsigned char*` throw std::logic_error if it is null.
+
+/// Decodes what the image signal processor reports.
+class MONCL_API isp_parser {
+public:
+    bool parse_isp_fps(unsigned char* msg);          ///< decodes frame rates into `fps`
+    bool parse_isp_fps_msg(const std::string& msg);  ///< decodes frame rates into `fps`
+    bool parse_isp_info(unsigned char* msg);         ///< decodes, then prints all of `info` to
+                                                     ///< standard output
+    bool parse_isp_info_msg(const std::string& msg); ///< appends use cases to `info`
+
+    fps_map fps;                                 ///< frame rates
+    std::vector<std::shared_ptr<isp_info>> info; ///< use cases, in the order of the text
+};
+
+/// Decodes what the pyramid scaler reports.
+class MONCL_API pym_parser {
+public:
+    bool parse_pym_fps(unsigned char* msg);          ///< decodes frame rates into `fps`
+    bool parse_pym_fps_msg(const std::string& msg);  ///< decodes frame rates into `fps`
+    bool parse_pym_stat(unsigned char* msg);         ///< decodes, then prints all of `stat` to
+                                                     ///< standard output
+    bool parse_pym_stat_msg(const std::string& msg); ///< appends instances to `stat`
+
+    fps_map fps;                                 ///< frame rates
+    std::vector<std::shared_ptr<pym_stat>> stat; ///< instances, in the order of the text
+};
+
+/// Decodes what the camera interface reports.
+class MONCL_API cim_parser {
+public:
+    bool parse_cim_fps(unsigned char* msg);         ///< decodes frame rates into `fps`
+    bool parse_cim_fps_msg(const std::string& msg); ///< decodes frame rates into `fps`
+
+    fps_map fps; ///< frame rates
+};
+
+/// Decodes what the distortion correction reports; its lines carry no input rate.
+class MONCL_API gdc_parser {
+public:
+    bool parse_gdc_fps(unsigned char* msg);         ///< decodes frame rates into `fps`
+    bool parse_gdc_fps_msg(const std::string& msg); ///< decodes frame rates into `fps`
+
+    fps_map fps; ///< frame rates
+};
+
+/// Answers to the delay query. Its maps, by block name, are not filled.
+class MONCL_API vio_info_parser {
+public:
+    /// Writes "parse_vio_delay" and a line end to standard output; @p msg is not read.
+    /// @return true
+    static bool parse_vio_delay(unsigned char* msg);
+
+    std::unordered_map<std::string, isp_parser> isps;
+    std::unordered_map<std::string, pym_parser> pyms;
+    std::unordered_map<std::string, gdc_parser> gdcs;
+    std::unordered_map<std::string, cim_parser> cims;
+};
+
 #endif

@@ -77,8 +77,9 @@ public:
     /// @return @p code
     int log_failure(const char* format, int code) const;
 
-    /// Receives the further parts of an answer into `parts`, behind the first one; `req_lock` must
-    /// be held. `parts` is then 409600 bytes of payload, zero where none came, and a zero byte.
+    /// Receives the further parts of an answer into `joined_parts`, behind the first one;
+    /// `req_lock` must be held. `joined_parts` is then 409600 bytes of payload, zero where none
+    /// came, and a zero byte.
     /// @return 0, or the code of `client_comm::recv_more_msg`
     int receive_parts();
 
@@ -91,7 +92,8 @@ public:
     std::mutex req_lock;                 ///< held for a whole request cycle
     request_handler* manager = nullptr;  ///< the most-derived manager, set by its constructor
     const char* log_tag = "MONCL";       ///< tag of this manager's log lines; a literal
-    std::vector<unsigned char> parts;    ///< the latest answer of several parts; kept to be reused
+    std::vector<unsigned char>
+        joined_parts; ///< the latest answer of several parts; kept to be reused
 };
 
 } // namespace ns_req_template

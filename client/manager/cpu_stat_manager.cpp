@@ -2,10 +2,8 @@
 #include "cpu_stat_manager.h"
 
 #include <algorithm>
-#include <cstring>
 #include <iomanip>
 #include <limits>
-#include <string_view>
 
 using ns_req_template::request_handler;
 
@@ -41,8 +39,9 @@ int request_handler::handle_request(std::shared_ptr<interrupt_parser> parser) {
     const int r = receive_parts();
     if (r < 0)
         return log_failure("Receive message error with %d\n", r);
-    if (std::any_of(parts.begin(), parts.end(), [](unsigned char byte) { return byte != 0; }))
-        parser->parse_interrupt(parts.data());
+    if (std::any_of(joined_parts.begin(), joined_parts.end(),
+                    [](unsigned char byte) { return byte != 0; }))
+        parser->parse_interrupt(joined_parts.data());
     return 0;
 }
 
@@ -103,12 +102,11 @@ void request_handler::show_result(std::shared_ptr<process_all_parser> parser, st
         << std::setw(8) << "%NNU" << std::setw(10) << "Rss" << std::setw(10) << "Priority"
         << std::setw(10) << "State" << std::setw(10) << "Net:KB/s" << std::endl;
     for (const pid_msg& row : parser->pid_info->send_pid_info) {
-        const std::string_view comm(row.comm, strnlen(row.comm, sizeof row.comm));
         const std::int64_t rss = row.rss;
         out << std::setw(8) << row.pid << std::setw(8) << row.ppid << std::setw(8) << row.processor
-            << std::setw(24) << comm << std::fixed << std::setprecision(2) << std::setw(10)
-            << row.io_per_second << std::setw(8) << row.process_usage << std::setw(8)
-            << row.nnu_usage << std::setw(10);
+            << std::setw(24) << field_text(row.comm) << std::fixed << std::setprecision(2)
+            << std::setw(10) << row.io_per_second << std::setw(8) << row.process_usage
+            << std::setw(8) << row.nnu_usage << std::setw(10);
         show_by_unit(static_cast<unsigned long>(rss), out, 0);
         out << std::setw(10) << row.priority << std::setw(10) << row.state << std::setw(10)
             << row.net_band << std::endl;

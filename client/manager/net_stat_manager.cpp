@@ -1,0 +1,103 @@
+// Network monitoring and its report.
+#include "net_stat_manager.h"
+
+#include <algorithm>
+#include <iomanip>
+#include <vector>
+
+using ns_req_template::request_handler;
+
+namespace {
+constexpr const char* connect_failure = "NET connect to server failed";
+constexpr int bandwidth_query = 4;
+
+// Reports and requests go in ascending order, whatever the map's is.
+std::vector<int> sorted_keys(const std::unordered_map<int, net_stat>& entries) {
+    std::vector<int> keys;
+    keys.reserve(entries.size());
+    for (const auto& [key, entry] : entries)
+        keys.push_back(key);
+    std::sort(keys.begin(), keys.end());
+    return keys;
+}
+} // namespace
+
+template<>
+int request_handler::handle_request(std::shared_ptr<net_stat_parse> parser) {
+    data_struct* answer = client->get_recv_data();
+    if (answer->sub_command != bandwidth_query)
+        return 0;
+    timeval& last_time = static_cast<net_stat_manager*>(manager)->last_time;
+    // A time stamp on the full second counts as none.
+    unsigned long interval_ms = 0;
+    if (last_time.tv_sec != 0 && last_time.tv_usec != 0)
+        interval_ms = time_diff(last_time, answer->time);
+    parser->parse_net_stat(answer->msg, interval_ms);
+    last_time = answer->time;
+    return 0;
+}
+
+template<>
+void request_handler::show_result(std::shared_ptr<net_stat_parse> parser, std::ostream& out) {
+    out << std::left << std::setw(6) << "Net" << std::setw(3) << "Rate(KB/s)" << std::endl;
+    for (int position : sorted_keys(parser->dev_result)) {
+        const net_stat& device = parser->dev_result[position];
+        out << std::left << std::setw(6) << field_text(device.dev_name) << std::fixed
+            << std::setprecision(2) << std::setw(3) << device.rate / 1024 << std::endl;
+    }
+    for (int pid : sorted_keys(parser->pid_result)) {
+        const net_stat& process = parser->pid_result[pid];
+        out << std::dec << "pid:" << pid << ", total " << process.total << " bytes"
+            << ", rate:" << process.rate / 1024 << " Kbytes/s";
+    }
+}
+
+net_stat_manager::net_stat_manager() : parser(std::make_shared<net_stat_parse>()) {
+    request_cmd = 0xAE09;
+    manager = this;
+    log_tag = "MONCL_NET";
+}
+
+net_stat_manager::net_stat_manager(std::shared_ptr<client_comm> comm) : net_stat_manager() {
+    connect(std::move(comm), connect_failure);
+}
+
+net_stat_manager::net_stat_manager(const std::string& ip, int port) : net_stat_manager() {
+    connect(std::make_shared<client_comm>(ip, port), connect_failure);
+}
+
+int net_stat_manager::send_pid(int sub_command, int pid) {
+    std::uint8_t payload[4];
+    u32_to_u8(static_cast<unsigned int>(pid), payload);
+    return get_req_info(sub_command, payload, sizeof payload, parser, nullptr);
+}
+
+int net_stat_manager::start_net_monitor() {
+    return get_sys_info(3, parser, nullptr);
+}
+
+int net_stat_manager::add_net_monitor_process(int pid) {
+    std::lock_guard<std::mutex> lock(net_lock);
+    parser->pid_result.try_emplace(pid);
+    return send_pid(1, pid);
+}
+
+int net_stat_manager::remove_net_monitor_process(int pid) {
+    std::lock_guard<std::mutex> lock(net_lock);
+    parser->pid_result.erase(pid);
+    return send_pid(2, pid);
+}
+
+int net_stat_manager::get_bandwidth_stat(std::ostream* os) {
+    std::lock_guard<std::mutex> lock(net_lock);
+    return get_sys_info(bandwidth_query, parser, os);
+}
+
+int net_stat_manager::exit_net_monitor() {
+    std::lock_guard<std::mutex> lock(net_lock);
+    for (int pid : sorted_keys(parser->pid_result))
+        send_pid(2, pid);
+    parser->pid_result.clear();
+    parser->dev_result.clear();
+    return get_sys_info(5, parser, nullptr);
+}

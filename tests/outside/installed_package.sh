@@ -1,0 +1,49 @@
+#!/bin/sh
+# Installs the library, static and shared, and builds two outside programs against each with CMake and
+# pkg-config: one that brings a log function of its own, which must win, and one that does not.
+# Usage: installed_package.sh SOURCE_DIR WORK_DIR
+set -eu
+source=$1
+work=$2
+rm -rf "$work/project"
+mkdir -p "$work/project"
+cd "$work"
+cat >project/CMakeLists.txt <<'EOF'
+cmake_minimum_required(VERSION 3.25)
+project(outside LANGUAGES CXX)
+find_package(moncl REQUIRED)
+foreach(program own_log fallback_log)
+  add_executable(${program} ${program}.cpp)
+  target_link_libraries(${program} PRIVATE moncl::moncl)
+endforeach()
+EOF
+cat >project/fallback_log.cpp <<'EOF'
+#include "client_comm.h"
+int main() {
+    client_comm connection("no such address", 1);
+    return connection.connect_to_server() == -3 ? 0 : 1;
+}
+EOF
+{
+    echo '#include <cstdio>'
+    echo 'extern "C" int __android_log_print(int, const char*, const char*, ...) {'
+    echo '    return std::puts("own log");'
+    echo '}'
+    cat project/fallback_log.cpp
+} >project/own_log.cpp
+
+for shared in OFF ON; do
+    cmake -S "$source" -B "build_$shared" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=$shared \
+        -DMONCL_BUILD_PROGRAMS=OFF -DMONCL_BUILD_TESTS=OFF -DCMAKE_INSTALL_PREFIX="$work/prefix_$shared" >/dev/null
+    cmake --build "build_$shared" --target install >/dev/null
+    cmake -S project -B "outside_$shared" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix_$shared" >/dev/null
+    cmake --build "outside_$shared" >/dev/null
+    test "$("outside_$shared/own_log" 2>&1)" = "own log"
+    "outside_$shared/fallback_log" 2>&1 | grep -x 'E/MONCL_COMM: zmq_connect error, .*'
+
+    pc=$(find "$work/prefix_$shared" -name moncl.pc)
+    export PKG_CONFIG_PATH=${pc%/*}
+    flags=$(pkg-config --cflags --libs moncl)
+    ${CXX:-c++} -std=c++17 project/own_log.cpp $flags -o "outside_$shared/by_pkg_config"
+    test "$(LD_LIBRARY_PATH=${pc%/pkgconfig/*} "outside_$shared/by_pkg_config" 2>&1)" = "own log"
+done

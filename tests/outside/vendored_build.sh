@@ -1,0 +1,20 @@
+#!/bin/sh
+# Builds the library as somebody does who took src/, client/ and include/ into a build of their own:
+# two include paths, no other flag, and a log function of their own.
+# Usage: vendored_build.sh COMPILER SOURCE_DIR
+set -eu
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cp -r "$2/src" "$2/client" "$2/include" "$work"
+cd "$work"
+cat >own_log.cpp <<'EOF'
+#include "client_comm.h"
+#include "sys_info_manager.h"
+extern "C" int __android_log_print(int, const char*, const char*, ...) { return 0; }
+int main() {
+    client_comm connection("127.0.0.1", 1);
+    return connection.get_socket() == nullptr ? 0 : 1;
+}
+EOF
+"$1" -std=c++17 -Iinclude -Iclient/include own_log.cpp $(find src client -name '*.cpp') -lzmq -o own
+./own
