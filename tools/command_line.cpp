@@ -6,6 +6,9 @@
 namespace tools {
 
 namespace {
+// What runs where no command is named.
+constexpr const char* default_command = "summary";
+
 // HOST:PORT, the port after the last colon.
 std::string read_endpoint(const std::string& text, source& from) {
     const std::size_t colon = text.rfind(':');
@@ -34,16 +37,18 @@ void add_source(CLI::App& app, source& from) {
 }
 } // namespace
 
-std::shared_ptr<schedule> add_schedule(CLI::App& app) {
+std::shared_ptr<schedule> add_schedule(CLI::App& app, schedule_form form) {
+    const bool anyhow = form == schedule_form::anyhow;
     auto when = std::make_shared<schedule>();
     // Beyond a day, and below a millisecond, an interval is a slip of the finger.
     const CLI::Range seconds(0.001, 86400.0);
     const CLI::Range reports(1L, 1000000000L);
-    auto* interval = app.add_option("INTERVAL,-i,--interval", when->interval,
-                                    "Seconds between reports, fractions allowed; without COUNT "
-                                    "until stopped");
+    auto* interval =
+        app.add_option(anyhow ? "INTERVAL,-i,--interval" : "-i,--interval", when->interval,
+                       "Seconds between reports, fractions allowed; without COUNT "
+                       "until stopped");
     interval->check(seconds)->option_text("SECONDS");
-    app.add_option("COUNT,-n,--count", when->count, "Number of reports")
+    app.add_option(anyhow ? "COUNT,-n,--count" : "-n,--count", when->count, "Number of reports")
         ->check(reports)
         ->option_text("N");
     return when;
@@ -55,12 +60,14 @@ invocation read_command_line(std::vector<std::string> arguments, std::ostream& o
     CLI::App app("Asks a monitoring server and prints what it says.", "moncl");
     app.set_version_flag("--version", "moncl " MONCL_VERSION);
     app.fallthrough();
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);
     add_source(app, result.from);
     for (const command& each : all_commands()) {
         CLI::App* sub = app.add_subcommand(each.name, each.summary);
         command_action action = each.configure(*sub);
         sub->callback([action, &result] { result.action = action; });
+        if (each.name == default_command)
+            result.action = action;
     }
     try {
         std::reverse(arguments.begin(), arguments.end());

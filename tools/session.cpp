@@ -8,15 +8,11 @@
 
 namespace tools {
 
-namespace {
-// A negative code can be the server's own answer, which leaves the connection as good as before, or
-// the connection's: then no answer has come since the request went out.
 bool answered(client_comm& connection, int code) {
     return connection.get_socket() != nullptr &&
            connection.get_recv_time_us() >= connection.get_send_time_us() &&
            connection.get_recv_data()->msg_len == code;
 }
-} // namespace
 
 session::session(const source& from, std::ostream& out, std::ostream& err)
     : out_(out), err_(err), host_(from.host), port_(from.port) {
