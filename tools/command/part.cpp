@@ -80,7 +80,7 @@ command_action configure(CLI::App& app) {
     auto names = std::make_shared<std::vector<std::string>>();
     app.add_option("NAME", *names,
                    "Devices, such as vda1, or mount points; without any, all block devices");
-    app.final_callback([names] {
+    app.parse_complete_callback([names] {
         if (const std::string fault = check_names(*names); !fault.empty())
             throw CLI::ValidationError("NAME", fault);
     });
