@@ -5,14 +5,11 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstring>
 #include <filesystem>
 #include <sstream>
 
 namespace monsrv {
 namespace {
-
-constexpr std::size_t most_devices = (answer_payload_max - 1) / sizeof(block_stat);
 
 bool ends_in_digit(const std::string& name) {
     return !name.empty() && std::isdigit(static_cast<unsigned char>(name.back())) != 0;
@@ -68,7 +65,7 @@ int sample(const host& env, reply& answer) {
     whole_devices whole(env);
     std::vector<block_stat> devices;
     std::istringstream lines(text);
-    for (std::string line; devices.size() < most_devices && std::getline(lines, line);) {
+    for (std::string line; std::getline(lines, line);) {
         unsigned long long skipped = 0;
         unsigned long long sectors_read = 0;
         unsigned long long sectors_written = 0;
@@ -86,9 +83,7 @@ int sample(const host& env, reply& answer) {
         device.wr_kb = sectors_written / 2;
         devices.push_back(device);
     }
-    answer.add_record(static_cast<std::uint8_t>(devices.size()));
-    for (const block_stat& device : devices)
-        answer.add_record(device);
+    answer.add_counted(devices);
     return 0;
 }
 

@@ -2,15 +2,11 @@
 #include "sampler.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <sstream>
 
 namespace monsrv {
 namespace {
-
-constexpr std::size_t most_heaps = 255; // as far as the count's one byte goes
 
 // The figure of the line "total N" in a heap's file; its other lines name clients and orphans.
 bool find_total(const std::string& text, std::uint64_t& total) {
@@ -44,10 +40,7 @@ int sample(const host& env, reply& answer) {
         name.copy(heap.ion_name, sizeof heap.ion_name - 1);
         heaps.push_back(heap);
     }
-    heaps.resize(std::min(heaps.size(), most_heaps));
-    answer.add_record(static_cast<std::uint8_t>(heaps.size()));
-    for (const ion_info& heap : heaps)
-        answer.add_record(heap);
+    answer.add_counted(heaps);
     return 0;
 }
 

@@ -115,9 +115,7 @@ public:
             name.copy(info.part_name, sizeof info.part_name - 1);
             records.push_back(info);
         }
-        answer.add_record(static_cast<std::uint8_t>(records.size()));
-        for (const part_info& info : records)
-            answer.add_record(info);
+        answer.add_counted(records);
         return 0;
     }
 

@@ -1,12 +1,10 @@
 // moncl part: space of file systems.
-#include "peri_stat_manager.h"
-
-#include "line_end.h"
-#include "session.h"
+#include "peripherals.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <set>
+#include <sstream>
 
 namespace tools {
 namespace {
@@ -36,7 +34,7 @@ std::string check_names(const std::vector<std::string>& names) {
 class asker {
 public:
     asker(std::vector<std::string> names, session& asking)
-        : asking_(asking), manager_(asking.new_connection()), names_(std::move(names)) {
+        : asking_(asking), names_(std::move(names)) {
         for (const std::string& name : names_)
             escaped_.push_back(escape_blanks(name));
         for (const std::string& name : escaped_)
@@ -44,17 +42,18 @@ public:
     }
 
     int run(const schedule& when) {
-        const int status = asking_.repeat(
-            when, {[this](std::ostream* out) { return report(out); }, {manager_.client}});
+        const int status = repeat_query(
+            asking_, when, [this](auto& manager, auto* out) { return report(manager, out); });
         return status == exit_ok && !unknown_.empty() ? exit_failed : status;
     }
 
 private:
-    int report(std::ostream* out) {
-        const int code = end_line(manager_.get_partition_info(request_, out), out);
+    int report(peri_stat_manager& manager, std::ostream* out) {
+        std::ostringstream text; // written behind the complaints, not around them
+        const int code = manager.get_partition_info(request_, &text);
         if (code < 0)
             return code;
-        const auto& parts = manager_.part_parser->part_vec;
+        const auto& parts = manager.part_parser->part_vec;
         for (const std::string& name : names_) {
             const bool known =
                 std::any_of(parts.begin(), parts.end(), [&name](const part_info& part) {
@@ -65,11 +64,11 @@ private:
                 asking_.err() << "moncl: the server has no figures of a file system " << name
                               << std::endl;
         }
+        *out << text.str();
         return code;
     }
 
     session& asking_;
-    peri_stat_manager manager_;
     std::vector<std::string> names_;
     std::vector<std::string> escaped_;
     std::vector<const char*> request_; // into `escaped_`

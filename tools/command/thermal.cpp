@@ -1,8 +1,5 @@
 // moncl thermal: temperatures and states of cooling devices, all of them or one.
-#include "peri_stat_manager.h"
-
-#include "line_end.h"
-#include "session.h"
+#include "peripherals.h"
 
 #include <CLI/CLI.hpp>
 
@@ -36,11 +33,9 @@ command_action configure(CLI::App& app) {
         ->option_text("N")
         ->excludes(zone);
     return [which, when = add_schedule(app)](session& asking) {
-        peri_stat_manager manager(asking.new_connection());
-        const auto query = [&](std::ostream* out) {
-            return end_line(ask(manager, *which, out), out);
-        };
-        return asking.repeat(*when, {query, {manager.client}});
+        return repeat_query(asking, *when, [&which](peri_stat_manager& manager, std::ostream* out) {
+            return ask(manager, *which, out);
+        });
     };
 }
 
