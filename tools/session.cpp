@@ -8,6 +8,12 @@
 
 namespace tools {
 
+namespace {
+bool is_done(const subject& what) {
+    return what.done && what.done();
+}
+} // namespace
+
 bool answered(client_comm& connection, int code) {
     return connection.get_socket() != nullptr &&
            connection.get_recv_time_us() >= connection.get_send_time_us() &&
@@ -39,14 +45,15 @@ int session::repeat(const schedule& when, const subject& what) {
         well = ask(what, nullptr);
         if (!well && when.interval <= 0)
             return exit_failed;
-        if (stop_.wait_until(ticks.next(ticker::clock::now())))
+        if (is_done(what) || stop_.wait_until(ticks.next(ticker::clock::now())))
             return well ? exit_ok : exit_failed;
     }
     for (long done = 0;;) {
         well = ask(what, &out_);
         if (!end_report())
             return exit_ok;
-        if (++done == when.reports() || stop_.wait_until(ticks.next(ticker::clock::now())))
+        if (++done == when.reports() || is_done(what) ||
+            stop_.wait_until(ticks.next(ticker::clock::now())))
             return well ? exit_ok : exit_failed;
     }
 }

@@ -27,6 +27,8 @@ struct subject {
     bool compares = false;
     /// Tells a server that came back what it must know; may be null.
     std::function<int()> introduce = nullptr;
+    /// Tells that nothing is left to ask for, which ends it all; may be null.
+    std::function<bool()> done = nullptr;
 };
 
 /// Whether the negative @p code of a query over @p connection is the server's own answer, which
