@@ -5,12 +5,12 @@
 #include "peri_stat_manager.h"
 #include "sys_info_manager.h"
 
+#include "process_rows.h"
 #include "session.h"
 
 #include <algorithm>
 #include <cmath>
 #include <iomanip>
-#include <optional>
 #include <sstream>
 
 namespace tools {
@@ -83,8 +83,10 @@ public:
                                 &summary::add_temperatures, &summary::add_processes})
             if (const int code = (this->*part)(screen); code < 0)
                 return code;
-        if (out != nullptr)
-            *out << screen.str();
+        if (out == nullptr)
+            return 0;
+        *out << (shown_ ? "\n" : "") << screen.str();
+        shown_ = true;
         return 0;
     }
 
@@ -201,20 +203,13 @@ private:
         int code = 0;
         if (!has(cpu_.get_process_all(whole_table, nullptr), *connection_, code))
             return code;
-        const top_pid_info& table = *cpu_.process_parser->pid_info;
-        std::vector<pid_msg> rows(table.send_pid_info,
-                                  table.send_pid_info + std::clamp(table.pid_num, 0, top_pid_rows));
-        std::stable_sort(rows.begin(), rows.end(), [](const pid_msg& a, const pid_msg& b) {
-            return a.process_usage > b.process_usage;
-        });
+        std::vector<pid_msg> rows = sorted_rows(*cpu_.process_parser->pid_info);
         rows.resize(std::min(rows.size(), processes_shown));
         section lines("processes", out);
-        for (const pid_msg& row : rows) {
-            const std::int64_t rss = row.rss;
+        for (const pid_msg& row : rows)
             lines.line() << std::setw(8) << row.pid << "  " << std::left << std::setw(16)
-                         << field_text(row.comm) << std::right << std::setw(7) << row.process_usage
-                         << " % CPU" << std::setw(10) << size_of{static_cast<std::uint64_t>(rss)};
-        }
+                         << printable_name(row) << std::right << std::setw(7) << row.process_usage
+                         << " % CPU" << std::setw(10) << size_of{resident_bytes(row)};
         return code;
     }
 
@@ -223,6 +218,7 @@ private:
     cpu_stat_manager cpu_;
     peri_stat_manager peri_;
     net_stat_manager net_;
+    bool shown_ = false; // a screen stands above the next
 };
 
 command_action configure(CLI::App& app) {
