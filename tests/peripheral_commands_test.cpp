@@ -1,12 +1,10 @@
 // mem, disk, part, thermal, ion, net and the summary as programs.
 #include "child_process.h"
+#include "loopback_pair.h"
 #include "scripted_server.h"
 
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <regex>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 using testing::HasSubstr;
@@ -70,13 +68,6 @@ TEST(peripheral_commands, report_a_tree_of_files) {
     }
 }
 
-TEST(peripheral_commands, unknown_file_system_is_named_once) {
-    const small_machine machine;
-    child_process run = machine.run({"part", "nosuch", "-i", "0.05", "-n", "3"});
-    EXPECT_EQ(run.wait(), 1);
-    EXPECT_EQ(run.err.find("nosuch"), run.err.rfind("nosuch"));
-}
-
 TEST(peripheral_commands, without_a_command_this_machine_is_summed_up) {
     child_process run({MONCL_PROGRAM});
     EXPECT_EQ(run.wait(), 0);
@@ -106,16 +97,7 @@ long total_in(const std::string& report) {
 }
 
 TEST(peripheral_commands, restarted_server_is_told_the_processes_again) {
-    int ends[2];
-    const int listener = socket(AF_INET, SOCK_STREAM, 0);
-    ASSERT_EQ(listen(listener, 1), 0);
-    sockaddr_in address{};
-    socklen_t size = sizeof address;
-    getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
-    ends[0] = socket(AF_INET, SOCK_STREAM, 0);
-    ASSERT_EQ(connect(ends[0], reinterpret_cast<sockaddr*>(&address), size), 0);
-    ends[1] = accept(listener, nullptr, nullptr);
-
+    const loopback_pair pair;
     const auto serve = [](const std::string& port) {
         auto server = std::make_unique<child_process>(
             std::vector<std::string>{MONSRV_PROGRAM, "--port", port});
@@ -130,14 +112,11 @@ TEST(peripheral_commands, restarted_server_is_told_the_processes_again) {
     net.read_until("Kbytes/s\n");
     server.reset();
     server = serve(port);
-    const std::string bytes(50000, 'x');
-    ASSERT_EQ(write(ends[0], bytes.data(), bytes.size()), 50000);
+    ASSERT_TRUE(pair.carry(50000));
     for (int i = 0; i < 100 && total_in(net.out) < 50000; ++i)
         net.read_until("Kbytes/s\n");
     EXPECT_GE(total_in(net.out), 50000);
     net.send_signal(SIGINT);
     EXPECT_EQ(net.wait(), 0);
-    for (int fd : {listener, ends[0], ends[1]})
-        close(fd);
 }
 } // namespace
