@@ -4,6 +4,7 @@
 #include "client.h"
 #include "log_capture.h"
 #include "nnu_ratio_manager.h"
+#include "peri_stat_manager.h"
 #include "running_server.h"
 #include "scripted_server.h"
 #include "vio_info_manager.h"
@@ -163,6 +164,35 @@ TEST(simulated_board, isp_information_arrives_whole) {
     // What the decoder skips has not lost a byte either.
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(vio.joined_parts.data())).size(),
               monsrv::isp_text(isp[1]).size());
+}
+
+TEST(simulated_board, stands_in_only_for_sensors_the_host_lacks) {
+    const file_tree tree;
+    const running_server server(monsrv::server_options{tree.root(), true, 1});
+    peri_stat_manager peri;
+    peri.client = server.connect();
+    const board_figures figures = simulated_board(1).now();
+    EXPECT_EQ(peri.get_all_thermal(nullptr), 0);
+    EXPECT_EQ(peri.all_th_parser->all_th.size(), figures.temperatures.size());
+    EXPECT_EQ(peri.all_th_parser->all_co.size(), figures.cooling.size());
+    EXPECT_EQ(peri.get_thermal(3, nullptr), 0);
+    EXPECT_GT(peri.th_parser->temp, 30000U);
+    EXPECT_EQ(peri.get_thermal(3 + static_cast<int>(figures.temperatures.size()), nullptr),
+              -ENOENT);
+    EXPECT_EQ(peri.get_cooling_1(nullptr), 0);
+    EXPECT_EQ(peri.get_ion_info(nullptr), 0);
+    EXPECT_EQ(peri.ion_parser->ion_vec.size(), figures.heaps.size());
+
+    tree.write("/sys/class/thermal/thermal_zone1/temp", "21000\n");
+    tree.write("/sys/kernel/debug/ion/heaps/system", "total 4096\n");
+    while (peri.get_thermal(4, nullptr) != 0) {
+    } // on a busy machine a sensor may come late
+    EXPECT_EQ(peri.get_thermal(3, nullptr), -ENOENT);
+    EXPECT_EQ(peri.get_all_thermal(nullptr), 0);
+    EXPECT_EQ(peri.all_th_parser->all_th, (std::vector<std::uint64_t>{0, 21000}));
+    EXPECT_EQ(peri.all_th_parser->all_co.size(), figures.cooling.size());
+    EXPECT_EQ(peri.get_ion_info(nullptr), 0);
+    EXPECT_EQ(peri.ion_parser->ion_vec.size(), 1U);
 }
 
 TEST(video_commands, show_each_record_once) {
