@@ -80,6 +80,9 @@ public:
 /// sample, in percent.
 class cpu_stat {
 public:
+    // Not defaulted: std::make_shared would clear the record twice.
+    cpu_stat() noexcept {}
+
     std::string cpu; ///< "cpu" for all CPUs together, "cpu0", "cpu1" ... for single ones
     std::uint64_t user = 0;
     std::uint64_t nice = 0;

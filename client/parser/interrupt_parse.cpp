@@ -37,18 +37,16 @@ std::vector<std::uint64_t> read_counts(text_reader& fields, std::size_t cpus) {
     return counts;
 }
 
-std::shared_ptr<interrupt> read_inter_processor(std::string_view line, std::size_t cpus) {
+std::shared_ptr<interrupt> read_inter_processor(text_reader fields, std::size_t cpus) {
     auto record = std::make_shared<interrupt>();
-    text_reader fields(line);
     record->IPI_int_num = read_word(fields);
     record->int_cnt = read_counts(fields, cpus);
     record->IPI_int_describe = read_rest(fields);
     return record;
 }
 
-std::shared_ptr<interrupt> read_numbered(std::string_view line, std::size_t cpus) {
+std::shared_ptr<interrupt> read_numbered(text_reader fields, std::size_t cpus) {
     auto record = std::make_shared<interrupt>();
-    text_reader fields(line);
     std::string_view number;
     fields.word(number);
     number.remove_suffix(1); // the colon
@@ -61,9 +59,8 @@ std::shared_ptr<interrupt> read_numbered(std::string_view line, std::size_t cpus
     return record;
 }
 
-std::shared_ptr<interrupt> read_error(std::string_view line) {
+std::shared_ptr<interrupt> read_error(text_reader fields) {
     auto record = std::make_shared<interrupt>();
-    text_reader fields(line);
     fields.skip_words(1);
     fields.number(record->err_cnt);
     return record;
@@ -84,13 +81,18 @@ public:
             text_.append(blanks, ' ');
     }
     void add(std::uint64_t number, std::size_t width) {
-        char digits[20];
-        char* start = digits + sizeof digits;
+        // A field is one append: most of a large table's time goes into them.
+        char field[32];
+        std::memset(field, ' ', sizeof field);
+        char* const end = field + sizeof field;
+        char* start = end;
         do
             *--start = static_cast<char>('0' + number % 10);
         while ((number /= 10) != 0);
-        add(std::string_view(start, static_cast<std::size_t>(digits + sizeof digits - start)),
-            width);
+        if (left_)
+            add(std::string_view(start, static_cast<std::size_t>(end - start)), width);
+        else
+            text_.append(std::min(start, end - width), end);
     }
     std::string take() { return std::move(text_); }
 
@@ -127,10 +129,11 @@ int interrupt_parser::take_table(std::string_view text) {
                 counts += cpus;
                 if (counts > table_max)
                     throw std::length_error("too many counts");
-                interrupts->push_back(inter_processor ? read_inter_processor(line, cpus)
-                                                      : read_numbered(line, cpus));
+                const text_reader fields = lines.fields_of(line);
+                interrupts->push_back(inter_processor ? read_inter_processor(fields, cpus)
+                                                      : read_numbered(fields, cpus));
             } else if (line.substr(0, 3) == "Err") {
-                interrupts->push_back(read_error(line));
+                interrupts->push_back(read_error(lines.fields_of(line)));
             }
         }
         return 1;
