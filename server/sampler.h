@@ -11,6 +11,7 @@
 
 #include "host.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -47,6 +48,15 @@ public:
     template<class Record>
     bool add_record(const Record& record) {
         return sizeof record <= room() && add(&record, sizeof record);
+    }
+    /// Appends a byte that counts records and the records it counts: those of @p records that fit.
+    template<class Record>
+    void add_counted(const std::vector<Record>& records) {
+        const std::size_t fitting = room() == 0 ? 0 : (room() - 1) / sizeof(Record);
+        const std::size_t count = std::min({records.size(), fitting, std::size_t{255}});
+        add_record(static_cast<std::uint8_t>(count));
+        for (std::size_t i = 0; i < count; ++i)
+            add_record(records[i]);
     }
     /// Appends the lines of @p text that fit as a whole, and leaves room for a closing NUL.
     /// @return whether all fitted

@@ -6,6 +6,9 @@
 namespace tools {
 
 namespace {
+// What runs where no command is named.
+constexpr const char* default_command = "summary";
+
 // HOST:PORT, the port after the last colon.
 std::string read_endpoint(const std::string& text, source& from) {
     const std::size_t colon = text.rfind(':');
@@ -65,12 +68,14 @@ invocation read_command_line(std::vector<std::string> arguments, std::ostream& o
     CLI::App app("Asks a monitoring server and prints what it says.", "moncl");
     app.set_version_flag("--version", "moncl " MONCL_VERSION);
     app.fallthrough();
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);
     add_source(app, result.from);
     for (const command& each : all_commands()) {
         CLI::App* sub = app.add_subcommand(each.name, each.summary);
         command_action action = each.configure(*sub);
         sub->callback([action, &result] { result.action = action; });
+        if (each.name == default_command)
+            result.action = action;
     }
     try {
         std::reverse(arguments.begin(), arguments.end());

@@ -2,46 +2,24 @@
 #include "cpu_stat_manager.h"
 
 #include "live_screen.h"
+#include "process_rows.h"
 #include "session.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cmath>
-#include <cstring>
 #include <iomanip>
 #include <sstream>
 
 namespace tools {
 namespace {
 
-// The rows that are there, the busiest first.
-std::vector<pid_msg> sorted_rows(const top_pid_info& table) {
-    const pid_msg* const first = table.send_pid_info;
-    std::vector<pid_msg> rows(first, first + std::clamp(table.pid_num, 0, top_pid_rows));
-    // What came over the wire may be no number at all.
-    auto usage = [](const pid_msg& row) {
-        return std::isnan(row.process_usage) ? -1.0F : row.process_usage;
-    };
-    std::stable_sort(rows.begin(), rows.end(),
-                     [usage](const pid_msg& a, const pid_msg& b) { return usage(a) > usage(b); });
-    return rows;
-}
-
-// Names are the processes' own to choose: none may steer the terminal.
-char printable(char c) {
-    return c >= ' ' && c <= '~' ? c : '?';
-}
-
 void write_row(const pid_msg& row, std::ostream& line) {
-    const std::int64_t rss = row.rss;
     line << std::setw(7) << row.pid << std::setw(8) << row.ppid << std::setw(4) << row.processor
          << std::setw(8) << row.process_usage << std::setw(10) << row.io_per_second << std::setw(9)
          << row.net_band << std::setw(7) << row.nnu_usage << std::setw(8);
-    show_by_unit(static_cast<unsigned long>(std::max<std::int64_t>(rss, 0)), line, 0);
-    line << std::setw(5) << row.priority << ' ' << printable(row.state) << ' ';
-    std::string comm(row.comm, strnlen(row.comm, sizeof row.comm));
-    std::transform(comm.begin(), comm.end(), comm.begin(), printable);
-    line << comm;
+    show_by_unit(resident_bytes(row), line, 0);
+    line << std::setw(5) << row.priority << ' ' << printable(row.state) << ' '
+         << printable_name(row);
 }
 
 std::string format_table(const top_pid_info& table, window_size room) {

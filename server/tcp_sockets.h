@@ -1,0 +1,27 @@
+// The kernel's TCP sockets and what each has carried, over netlink.
+#ifndef MONSRV_TCP_SOCKETS_H
+#define MONSRV_TCP_SOCKETS_H
+
+#include <chrono>
+#include <cstdint>
+#include <vector>
+
+namespace monsrv {
+
+/// One TCP socket that belongs to some process.
+struct tcp_socket {
+    std::uint64_t cookie; ///< the kernel's name for it, never used again
+    std::uint32_t inode;  ///< as in the link "socket:[inode]" of a process's descriptor
+    std::uint64_t bytes;  ///< received, and sent and acknowledged, since it was opened
+};
+
+/// Appends the TCP sockets of this process's network namespace, of both address families, that have
+/// or had a connection.
+/// @return 0, or a negated errno; then @p sockets has only some of them. -ETIMEDOUT when the kernel
+///         has not told all by @p deadline
+int list_tcp_sockets(std::chrono::steady_clock::time_point deadline,
+                     std::vector<tcp_socket>& sockets);
+
+} // namespace monsrv
+
+#endif
