@@ -113,8 +113,8 @@ TEST(this_machine, known_bytes_show_in_the_rates_of_process_and_device) {
     constexpr std::size_t count = 3000000;
     // What this process and its server say to each other meanwhile.
     constexpr std::size_t talk = 1000000;
+    const child_process idle({"sleep", "60"}); // first, or it has the pair's ends until it executes
     auto pair = std::make_unique<loopback_pair>();
-    const child_process idle({"sleep", "60"});
     const running_server server;
     net_stat_manager manager("127.0.0.1", server.port());
     ASSERT_EQ(manager.start_net_monitor(), 0);

@@ -37,6 +37,10 @@ std::string random_line(std::mt19937& random) {
                                          "2147483648",
                                          "-1",
                                          "-32769",
+                                         "12345678",
+                                         "123456789",
+                                         "1234567890123456",
+                                         "12345678901234567",
                                          "1.5",
                                          "\x80",
                                          "",
@@ -125,7 +129,13 @@ TEST(text_reader, agrees_with_a_stream_on_random_lines) {
     std::mt19937 random(20261121);
     for (int i = 0; i < 200000; ++i) {
         const std::string line = random_line(random);
-        text_reader reader(line);
+        // As a text of its own, and as a line with others behind it, which may be looked at.
+        const bool alone = line.find('\n') != line.npos || random() % 2 == 0;
+        const std::string text = alone ? line : line + "\n1234567890 " + random_line(random);
+        text_reader lines(text);
+        std::string_view first;
+        text_reader reader =
+            alone || !lines.next_line(first) ? text_reader(text) : lines.fields_of(first);
         std::istringstream stream(line);
         for (int step = 0; step < 8; ++step) {
             compare_step(reader, stream, random);

@@ -80,6 +80,9 @@ public:
 /// sample, in percent.
 class cpu_stat {
 public:
+    // Not defaulted: std::make_shared would clear the record twice.
+    cpu_stat() noexcept {}
+
     std::string cpu; ///< "cpu" for all CPUs together, "cpu0", "cpu1" ... for single ones
     std::uint64_t user = 0;
     std::uint64_t nice = 0;
@@ -132,6 +135,9 @@ private:
 /// One line of the interrupt table.
 class interrupt {
 public:
+    // Not defaulted: std::make_shared would clear the record twice.
+    interrupt() noexcept {}
+
     std::uint64_t logic_int_num = 0;    ///< number of a numbered line
     std::uint64_t hardware_int_num = 0; ///< the controller's own number
     std::string int_name;               ///< rest of a numbered line, leading blanks kept
@@ -162,7 +168,7 @@ public:
 
 private:
     int take_table(std::string_view text);
-    std::string format_table(bool left) const;
+    void show_table() const;
 };
 
 // ------------------------------------------------------------------------- performance counting

@@ -10,9 +10,8 @@
 
 namespace {
 // A line with too few counters leaves the rest 0.
-std::shared_ptr<cpu_stat> read_cpu(std::string_view line) {
+std::shared_ptr<cpu_stat> read_cpu(text_reader fields) {
     auto cpu = std::make_shared<cpu_stat>();
-    text_reader fields(line);
     std::string_view name;
     fields.word(name);
     cpu->cpu = name;
@@ -48,10 +47,12 @@ int cpus_stats_parser::parse_sys_stat(const std::string& text) {
 
 int cpus_stats_parser::take_sample(std::string_view text) {
     try {
+        if (last_stats)
+            stats->reserve(last_stats->size());
         text_reader lines(text);
         for (std::string_view line; lines.next_line(line);)
             if (line.substr(0, 3) == "cpu")
-                stats->push_back(read_cpu(line));
+                stats->push_back(read_cpu(lines.fields_of(line)));
         if (last_stats) {
             // Records pair by position, as far as both samples go.
             const std::size_t pairs = std::min(stats->size(), last_stats->size());

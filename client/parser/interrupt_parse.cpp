@@ -37,18 +37,16 @@ std::vector<std::uint64_t> read_counts(text_reader& fields, std::size_t cpus) {
     return counts;
 }
 
-std::shared_ptr<interrupt> read_inter_processor(std::string_view line, std::size_t cpus) {
+std::shared_ptr<interrupt> read_inter_processor(text_reader fields, std::size_t cpus) {
     auto record = std::make_shared<interrupt>();
-    text_reader fields(line);
     record->IPI_int_num = read_word(fields);
     record->int_cnt = read_counts(fields, cpus);
     record->IPI_int_describe = read_rest(fields);
     return record;
 }
 
-std::shared_ptr<interrupt> read_numbered(std::string_view line, std::size_t cpus) {
+std::shared_ptr<interrupt> read_numbered(text_reader fields, std::size_t cpus) {
     auto record = std::make_shared<interrupt>();
-    text_reader fields(line);
     std::string_view number;
     fields.word(number);
     number.remove_suffix(1); // the colon
@@ -61,42 +59,76 @@ std::shared_ptr<interrupt> read_numbered(std::string_view line, std::size_t cpus
     return record;
 }
 
-std::shared_ptr<interrupt> read_error(std::string_view line) {
+std::shared_ptr<interrupt> read_error(text_reader fields) {
     auto record = std::make_shared<interrupt>();
-    text_reader fields(line);
     fields.skip_words(1);
     fields.number(record->err_cnt);
     return record;
 }
 
-// Appends text in fields as an output stream does, blank-filled, decimal.
+// Writes fields as an output stream does, blank-filled and decimal, but without a stream's cost for
+// each of them: a large table has tens of thousands.
 class column_writer {
 public:
-    explicit column_writer(bool left) : left_(left) {}
+    column_writer(std::ostream& out, bool left) : out_(out), left_(left) {}
+    ~column_writer() { out_.write(buffer_, used_).flush(); }
+    column_writer(const column_writer&) = delete;
+    column_writer& operator=(const column_writer&) = delete;
 
-    void add(std::string_view text) { text_.append(text); }
-    void add(std::string_view text, std::size_t width) {
+    void add(std::string_view text, std::size_t width = 0) {
         const std::size_t blanks = width > text.size() ? width - text.size() : 0;
         if (!left_)
-            text_.append(blanks, ' ');
-        text_.append(text);
+            put(field_blanks.substr(0, blanks));
+        put(text);
         if (left_)
-            text_.append(blanks, ' ');
+            put(field_blanks.substr(0, blanks));
     }
     void add(std::uint64_t number, std::size_t width) {
-        char digits[20];
-        char* start = digits + sizeof digits;
+        // Most counts are 0: on most CPUs an interrupt never fires.
+        if (!left_ && number < 10 && width > 0 && width <= 16) {
+            if (sizeof buffer_ - static_cast<std::size_t>(used_) < 16)
+                flush();
+            std::memset(buffer_ + used_, ' ', 16);
+            used_ += static_cast<std::streamsize>(width);
+            buffer_[used_ - 1] = static_cast<char>('0' + number);
+            return;
+        }
+        char field[32];
+        std::memset(field, ' ', sizeof field);
+        char* const end = field + sizeof field;
+        char* start = end;
         do
             *--start = static_cast<char>('0' + number % 10);
         while ((number /= 10) != 0);
-        add(std::string_view(start, static_cast<std::size_t>(digits + sizeof digits - start)),
-            width);
+        if (left_)
+            return add(std::string_view(start, static_cast<std::size_t>(end - start)), width);
+        start = std::min(start, end - width);
+        put({start, static_cast<std::size_t>(end - start)});
     }
-    std::string take() { return std::move(text_); }
 
 private:
-    std::string text_;
+    static constexpr std::string_view field_blanks = "           ";
+
+    void flush() {
+        out_.write(buffer_, used_);
+        used_ = 0;
+    }
+    void put(std::string_view text) {
+        const auto size = static_cast<std::streamsize>(text.size());
+        if (size > static_cast<std::streamsize>(sizeof buffer_) - used_)
+            flush();
+        if (size > static_cast<std::streamsize>(sizeof buffer_)) {
+            out_.write(text.data(), size);
+            return;
+        }
+        text.copy(buffer_ + used_, text.size());
+        used_ += size;
+    }
+
+    std::ostream& out_;
     bool left_;
+    std::streamsize used_ = 0;
+    char buffer_[8192];
 };
 } // namespace
 
@@ -104,8 +136,7 @@ unsigned int interrupt_parser::parse_interrupt(unsigned char* msg) {
     interrupts = std::make_unique<std::vector<std::shared_ptr<interrupt>>>();
     const char* text = reinterpret_cast<const char*>(msg);
     const int result = take_table({text, strnlen(text, table_max)});
-    const bool left = (std::cout.flags() & std::ios::adjustfield) == std::ios::left;
-    std::cout << format_table(left) << std::flush;
+    show_table();
     return static_cast<unsigned int>(result);
 }
 
@@ -127,10 +158,11 @@ int interrupt_parser::take_table(std::string_view text) {
                 counts += cpus;
                 if (counts > table_max)
                     throw std::length_error("too many counts");
-                interrupts->push_back(inter_processor ? read_inter_processor(line, cpus)
-                                                      : read_numbered(line, cpus));
+                const text_reader fields = lines.fields_of(line);
+                interrupts->push_back(inter_processor ? read_inter_processor(fields, cpus)
+                                                      : read_numbered(fields, cpus));
             } else if (line.substr(0, 3) == "Err") {
-                interrupts->push_back(read_error(line));
+                interrupts->push_back(read_error(lines.fields_of(line)));
             }
         }
         return 1;
@@ -140,8 +172,8 @@ int interrupt_parser::take_table(std::string_view text) {
     }
 }
 
-std::string interrupt_parser::format_table(bool left) const {
-    column_writer table(left);
+void interrupt_parser::show_table() const {
+    column_writer table(std::cout, (std::cout.flags() & std::ios::adjustfield) == std::ios::left);
     table.add("    ");
     const std::size_t cpus = interrupts->empty() ? 0 : interrupts->front()->int_cnt.size();
     for (std::size_t i = 0; i < cpus; ++i) {
@@ -172,5 +204,4 @@ std::string interrupt_parser::format_table(bool left) const {
         }
         table.add("\n");
     }
-    return table.take();
 }

@@ -33,7 +33,7 @@ int read_last_number(std::string_view text, std::uint64_t& value, const char* fa
     try {
         text_reader lines(text);
         for (std::string_view line; lines.next_line(line);)
-            text_reader(line).number(value);
+            lines.fields_of(line).number(value);
         return 1;
     } catch (const std::exception& e) {
         std::cout << failure << e.what() << std::endl;

@@ -14,7 +14,7 @@ bool decode_lines(const std::string& text, const char* failure, Decode decode) {
     try {
         text_reader lines(text);
         for (std::string_view line; lines.next_line(line);)
-            decode(text_reader(line));
+            decode(lines.fields_of(line));
         return true;
     } catch (const std::exception& e) {
         __android_log_print(ANDROID_LOG_ERROR, nullptr, failure, e.what());

@@ -3,7 +3,7 @@
 //     text_reader lines(text);
 //     std::string_view line;
 //     while (lines.next_line(line)) {
-//         text_reader fields(line);
+//         text_reader fields = lines.fields_of(line);
 //         fields.word(name);
 //         fields.number(count);
 //     }
@@ -14,6 +14,7 @@
 #ifndef MONCL_TEXT_READER_H
 #define MONCL_TEXT_READER_H
 
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <stdexcept>
@@ -33,7 +34,14 @@ inline std::string_view payload_text(const unsigned char* payload) {
 class text_reader {
 public:
     explicit text_reader(std::string_view text)
-        : at_(text.data()), end_(text.data() + text.size()) {}
+        : at_(text.data()), end_(text.data() + text.size()), readable_(end_) {}
+
+    /// A reader of @p line, which this reader's `next_line` gave.
+    text_reader fields_of(std::string_view line) const {
+        text_reader fields(line);
+        fields.readable_ = readable_;
+        return fields;
+    }
 
     /// Whether no read has failed so far.
     explicit operator bool() const { return (state_ & failed) == 0; }
@@ -95,41 +103,31 @@ public:
     template<class Int>
     bool number(Int& value) {
         static_assert(std::is_integral_v<Int>);
-        // Arithmetic below int's size would be done in int anyway, with its sign.
-        using unsigned_int =
-            std::conditional_t<sizeof(Int) < sizeof(unsigned), unsigned, std::make_unsigned_t<Int>>;
-        using limits = std::numeric_limits<Int>;
         if (!start_field())
             return false;
-        const bool negative = *at_ == '-';
-        if (negative || *at_ == '+')
+        if (const unsigned first = digit(*at_);
+            first < 10 && end_ - at_ > 1 && digit(at_[1]) >= 10) {
             ++at_;
-        const char* const digits = at_;
-        constexpr std::ptrdiff_t safe_digits = std::numeric_limits<unsigned_int>::digits10;
-        const char* const safe_end = end_ - at_ > safe_digits ? at_ + safe_digits : end_;
-        unsigned_int sum = 0;
-        for (unsigned d; at_ != safe_end && (d = digit(*at_)) < 10; ++at_)
-            sum = sum * 10 + d;
-        if (at_ == digits) {
-            value = 0;
-            note_end();
-            return fail();
+            value = static_cast<Int>(first);
+            return true;
         }
-        unsigned_int most = static_cast<unsigned_int>(limits::max());
-        if (negative && limits::is_signed)
-            ++most;
-        bool overflow = sum > most;
-        for (unsigned d; at_ != end_ && (d = digit(*at_)) < 10; ++at_) {
-            overflow = overflow || sum > most / 10 || sum * 10 > most - d;
-            sum = sum * 10 + d;
+        // Up to eight digits, or twice that many, are read in one piece. A sign, or a number that
+        // may not fit, takes the long way.
+        std::uint32_t sum;
+        const unsigned digits = leading_digits(at_, sum);
+        if (digits == 0 || digits > std::numeric_limits<Int>::digits10)
+            return any_number(value);
+        if (digits < 8 || digit(at_[8]) >= 10)
+            return take_number(digits, sum, value);
+        if constexpr (sizeof(Int) == 8) {
+            constexpr std::uint32_t powers[] = {1,      10,      100,      1000,     10000,
+                                                100000, 1000000, 10000000, 100000000};
+            std::uint32_t low;
+            const unsigned more = leading_digits(at_ + 8, low);
+            if (more > 0 && (more < 8 || digit(at_[16]) >= 10))
+                return take_number(8 + more, std::uint64_t{sum} * powers[more] + low, value);
         }
-        note_end();
-        if (overflow) {
-            value = negative && limits::is_signed ? limits::min() : limits::max();
-            return fail();
-        }
-        value = static_cast<Int>(negative ? 0 - sum : sum);
-        return true;
+        return any_number(value);
     }
 
     /// Skips blanks; not a failure at the end of the text.
@@ -147,6 +145,78 @@ private:
     static bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
     static unsigned digit(char c) { return static_cast<unsigned>(c) - '0'; }
 
+    // Reads up to eight digits at once; 0 if there are none, or too little to read behind them.
+    // What stands behind a line is no digit, and so ends its last number.
+    unsigned leading_digits(const char* at, std::uint32_t& sum) const {
+        if (readable_ - at <= 8)
+            return 0;
+        constexpr std::uint64_t low = 0x0101010101010101;
+        std::uint64_t text = load_8(at) ^ (low * '0');
+        // The high bit of each byte that is no digit; bytes behind the first such may be wrong.
+        const std::uint64_t others = ((text + low * 0x76) | text) & (low * 0x80);
+        const unsigned digits = others == 0 ? 8 : first_byte(others);
+        if (digits == 0)
+            return 0;
+        text <<= 64 - 8 * digits; // leading zeros
+        text = text * 10 + (text >> 8);
+        sum =
+            static_cast<std::uint32_t>(((text & 0x000000FF000000FF) * 0x000F424000000064 +
+                                        ((text >> 16) & 0x000000FF000000FF) * 0x0000271000000001) >>
+                                       32);
+        return digits;
+    }
+
+    template<class Int>
+    bool take_number(unsigned digits, std::uint64_t sum, Int& value) {
+        at_ += digits;
+        note_end();
+        value = static_cast<Int>(sum);
+        return true;
+    }
+
+    // A number digit by digit, with its sign and its overflow.
+    template<class Int>
+    __attribute__((noinline)) bool any_number(Int& value) {
+        // Arithmetic below int's size would be done in int anyway, with its sign.
+        using unsigned_int =
+            std::conditional_t<sizeof(Int) < sizeof(unsigned), unsigned, std::make_unsigned_t<Int>>;
+        using limits = std::numeric_limits<Int>;
+        const bool negative = *at_ == '-';
+        if (negative || *at_ == '+')
+            ++at_;
+        unsigned_int most = static_cast<unsigned_int>(limits::max());
+        if (negative && limits::is_signed)
+            ++most;
+        const char* const digits = at_;
+        unsigned_int sum = 0;
+        bool overflow = false;
+        for (unsigned d; at_ != end_ && (d = digit(*at_)) < 10; ++at_) {
+            overflow = overflow || sum > most / 10 || sum * 10 > most - d;
+            sum = sum * 10 + d;
+        }
+        const bool found = at_ != digits;
+        note_end();
+        if (!found || overflow) {
+            value = !found ? Int{0} : negative && limits::is_signed ? limits::min() : limits::max();
+            return fail();
+        }
+        value = static_cast<Int>(negative ? 0 - sum : sum);
+        return true;
+    }
+
+    // Eight characters as a number whose lowest byte is the first of them.
+    static std::uint64_t load_8(const char* text) {
+        std::uint64_t bytes;
+        std::memcpy(&bytes, text, sizeof bytes);
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+        bytes = __builtin_bswap64(bytes);
+#endif
+        return bytes;
+    }
+    static unsigned first_byte(std::uint64_t bits) {
+        return static_cast<unsigned>(__builtin_ctzll(bits)) / 8;
+    }
+
     bool fail() {
         state_ |= failed;
         return false;
@@ -155,14 +225,35 @@ private:
         state_ |= ended | failed;
         return false;
     }
-    bool ready() { return state_ == 0 || fail(); }
+    bool ready() {
+        return state_ == 0 || fail();
+    }
     void note_end() {
         if (at_ == end_)
             state_ |= ended;
     }
     void pass_blanks() {
+        if (pass_one_blank())
+            return;
+        // Columns are mostly blanks: as long as there are eight characters, eight at once.
+        constexpr std::uint64_t blanks = 0x2020202020202020;
+        while (readable_ - at_ >= 8) {
+            if (const std::uint64_t others = load_8(at_) ^ blanks; others != 0) {
+                at_ += first_byte(others);
+                break;
+            }
+            at_ += 8;
+            if (pass_one_blank())
+                return;
+        }
         while (at_ != end_ && is_blank(*at_))
             ++at_;
+    }
+    // Returns whether a field follows. A guess that is mostly right costs less than counting.
+    bool pass_one_blank() {
+        if (at_ != end_ && *at_ == ' ')
+            ++at_;
+        return at_ != end_ && !is_blank(*at_);
     }
     bool start_field() {
         if (!ready())
@@ -173,6 +264,7 @@ private:
 
     const char* at_;
     const char* end_;
+    const char* readable_; // end of the memory that may be read: at or behind end_
     unsigned char state_ = 0;
 };
 

@@ -165,7 +165,7 @@ bool isp_parser::parse_isp_info_msg(const std::string& msg) {
         isp_info latest;
         text_reader lines(msg);
         for (std::string_view line; lines.next_line(line);) {
-            text_reader fields(line);
+            text_reader fields = lines.fields_of(line);
             const std::string_view keyword = first_word(fields);
             if (keyword == "fw_ctx_count") {
                 text_reader counts = following_line(lines);
