@@ -42,20 +42,13 @@ figures plain_figures(const std::string& text) {
 
 // Lines that mostly hold a figure, so that whole texts come out well often enough.
 std::string random_text(std::mt19937& random) {
-    static const std::vector<std::string> keys = {
-        "MemTotal",     "MemFree", "MemAvailable",   "Buffers",    "Cached",
-        "Slab",         "Cached ", "Active(anon)",   " Slab",      "Inactive(anon)",
-        "Active(file)", "slab",    "Inactive(file)", "SwapCached", ""};
-    static const std::vector<std::string> values = {
-        "1", " 3951104 kB", "\t\v 12", "-7", "+9 kB", "9223372036854775807", "0x12", "08", "1.5"};
-    static const std::vector<std::string> broken = {"",
-                                                    " ",
-                                                    "kB",
-                                                    "- 1",
-                                                    "--1",
-                                                    "9223372036854775808",
-                                                    "-9223372036854775809 kB",
-                                                    std::string(1, '\0') + "1"};
+    static const auto keys =
+        split("MemTotal|MemFree|MemAvailable|Buffers|Cached|Slab|Cached |slab|"
+              "Active(anon)|Inactive(anon)|Active(file)|Inactive(file)|| Slab");
+    static const auto values =
+        split("1| 3951104 kB|\t\v 12|-7|+9 kB|9223372036854775807|0x12|08|1.5");
+    static const auto broken = split("| |kB|- 1|--1|9223372036854775808|-9223372036854775809 kB|" +
+                                     std::string(1, '\0') + "1");
     std::string text;
     for (auto lines = random() % 12; lines > 0; --lines) {
         const bool good = random() % 16 != 0;

@@ -77,6 +77,10 @@ TEST(net_stat, sends_the_request_of_each_operation_and_exits_in_ascending_order)
 TEST(net_stat, reports_rates_between_two_answers) {
     constexpr std::uint64_t spike = 3 * 1024 * 1024;
     const std::string heading = "Net   Rate(KB/s)\n";
+    const std::string none = "pid:5, total 0 bytes, rate:0.00 Kbytes/s";
+    const std::string one = "pid:30, total 1024 bytes, rate:1.00 Kbytes/s";
+    const std::string spiked = "pid:5, total 3145728 bytes, rate:3072.00 Kbytes/s";
+    const std::string still = "lo    0.00\nwlan0-outdoors-1.00\n";
     const struct {
         int sub_command;
         timeval time;
@@ -99,31 +103,17 @@ TEST(net_stat, reports_rates_between_two_answers) {
          {12, 0},
          bandwidth(2, device("lo", 1512000) + device("wlan0-outdoors-2", 1024), 3,
                    process(30, 1024) + process(6, 1) + process(5, spike)),
-         heading + "lo    500.00\nwlan0-outdoors-1.00\n"
-                   "pid:5, total 3145728 bytes, rate:3072.00 Kbytes/s"
-                   "pid:30, total 1024 bytes, rate:1.00 Kbytes/s"},
+         heading + "lo    500.00\nwlan0-outdoors-1.00\n" + spiked + one},
         // The time stamp before has no microseconds and so counts as none; it does not the next
         // time. A device that is gone keeps its figures.
         {4,
          {14, 500},
          bandwidth(1, device("lo", 9999999), -1, "\1\1\1\1"),
-         heading + "lo    0.00\nwlan0-outdoors-1.00\n"
-                   "pid:5, total 3145728 bytes, rate:3072.00 Kbytes/s"
-                   "pid:30, total 1024 bytes, rate:1.00 Kbytes/s"},
+         heading + still + spiked + one},
         // No time has passed, in whole milliseconds; no device, and a process behind that.
-        {4,
-         {14, 1499},
-         bandwidth(-1, "", 1, process(5, 0)),
-         heading + "lo    0.00\nwlan0-outdoors-1.00\n"
-                   "pid:5, total 0 bytes, rate:0.00 Kbytes/s"
-                   "pid:30, total 1024 bytes, rate:1.00 Kbytes/s"},
+        {4, {14, 1499}, bandwidth(-1, "", 1, process(5, 0)), heading + still + none + one},
         // Answers to anything else carry no figures and no time.
-        {3,
-         {15, 1},
-         bandwidth(1, device("no", 1), 1, process(5, 1)),
-         heading + "lo    0.00\nwlan0-outdoors-1.00\n"
-                   "pid:5, total 0 bytes, rate:0.00 Kbytes/s"
-                   "pid:30, total 1024 bytes, rate:1.00 Kbytes/s"},
+        {3, {15, 1}, bandwidth(1, device("no", 1), 1, process(5, 1)), heading + still + none + one},
         // Counters that run backwards wrap.
         {4,
          {24, 1499},
@@ -186,25 +176,34 @@ TEST(net_stat, takes_only_the_records_the_payload_holds) {
     }
 }
 
-TEST(net_stat, takes_its_own_lock_for_all_but_start) {
+TEST(net_stat, takes_its_own_lock_for_all_but_start_and_leaves_the_figures_to_a_running_cycle) {
+    constexpr auto moment = std::chrono::milliseconds(30);
     scripted_server server;
     auto connection = server.connect();
     net_stat_manager m(connection);
     const std::vector<std::function<int()>> locked = {
-        [&] { return m.add_net_monitor_process(1); },
-        [&] { return m.remove_net_monitor_process(1); },
-        [&] { return m.get_bandwidth_stat(nullptr); }, [&] { return m.exit_net_monitor(); }};
+        [&] { return m.add_net_monitor_process(1); }, [&] { return m.get_bandwidth_stat(nullptr); },
+        [&] { return m.remove_net_monitor_process(2); }, [&] { return m.exit_net_monitor(); }};
     for (const auto& operation : locked) {
         std::unique_lock<std::mutex> held(m.net_lock);
         auto done = std::async(std::launch::async, operation);
         EXPECT_EQ(m.start_net_monitor(), 0);
-        EXPECT_EQ(done.wait_for(std::chrono::milliseconds(30)), std::future_status::timeout);
+        EXPECT_EQ(done.wait_for(moment), std::future_status::timeout);
         held.unlock();
         EXPECT_EQ(done.get(), 0);
+
+        m.parser->pid_result = {{2, {}}};
+        std::unique_lock<std::mutex> cycle(m.req_lock);
+        done = std::async(std::launch::async, operation);
+        EXPECT_EQ(done.wait_for(moment), std::future_status::timeout);
+        EXPECT_TRUE(m.parser->pid_result.size() == 1 && m.parser->pid_result.count(2) == 1);
+        cycle.unlock();
+        EXPECT_EQ(done.get(), 0);
+        m.parser->pid_result = {{1, {}}};
     }
 }
 
-// The server takes every request for a poll and answers with figures.
+// The server answers every request with figures, as if it were a poll.
 TEST(net_stat, keeps_the_registered_set_and_the_servers_alike_under_concurrent_use) {
     scripted_server server;
     std::set<int> at_server;
@@ -227,29 +226,19 @@ TEST(net_stat, keeps_the_registered_set_and_the_servers_alike_under_concurrent_u
             std::ostringstream out;
             int failures = 0;
             for (int i = 0; i < 100; ++i) {
-                const int pid = static_cast<int>(random() % 20);
-                switch (random() % 8) {
-                case 0:
-                    failures += m.exit_net_monitor();
-                    break;
-                case 1:
-                    failures += m.remove_net_monitor_process(pid);
-                    break;
-                case 2:
-                    failures += m.get_bandwidth_stat(&out);
-                    break;
-                case 3:
-                    failures += m.start_net_monitor();
-                    break;
-                default:
-                    failures += m.add_net_monitor_process(pid);
-                }
+                const int pid = static_cast<int>(random() % 4);
+                const std::function<int()> operations[] = {
+                    [&] { return m.exit_net_monitor(); }, [&] { return m.start_net_monitor(); },
+                    [&] { return m.get_bandwidth_stat(&out); },
+                    [&] { return m.remove_net_monitor_process(pid); },
+                    [&] { return m.add_net_monitor_process(pid); }};
+                failures += operations[random() % 5]();
             }
             return failures;
         }));
     for (auto& user : users)
         EXPECT_EQ(user.get(), 0);
-    EXPECT_EQ(server.take_requests().size() > 300, true);
+    EXPECT_GE(server.take_requests().size(), 400U);
     std::set<int> here;
     for (const auto& [pid, figures] : m.parser->pid_result)
         here.insert(pid);

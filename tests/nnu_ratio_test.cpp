@@ -34,8 +34,7 @@ TEST(nnu_ratio, reads_the_last_line_that_holds_anything) {
     std::mt19937 random(7);
     payload_area payload;
     for (int i = 0; i < 300; ++i) {
-        payload.randomize(random,
-                          {"1", "9", ".", "e", "-", "\n", " ", "inf", std::string(1, '\0')});
+        payload.randomize(random, split("1|9|.|e|-|\n| |inf|" + std::string(1, '\0')));
         ASSERT_EQ(parser.parse_nnu_ratio(payload.data()), 1);
     }
 }

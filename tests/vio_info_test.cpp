@@ -3,22 +3,19 @@
 #include "manager_support.h"
 #include "vio_info_manager.h"
 
+#include <map>
+
 namespace {
 constexpr int command = 0xAE08;
 
-// "NAME:PIPE in=>out" of every record, in the order of the pipes.
-std::string shown(const fps_map& fps) {
-    std::vector<std::string> all;
-    for (const auto& [key, pipe] : fps) {
-        EXPECT_EQ(key, pipe->pipe_id);
-        all.push_back(pipe->ip_name + ":" + std::to_string(key) + " " +
-                      std::to_string(pipe->input_fps) + "=>" + std::to_string(pipe->output_fps));
-    }
-    std::sort(all.begin(), all.end());
-    std::string text;
-    for (const std::string& one : all)
-        text += (text.empty() ? "" : ", ") + one;
-    return text;
+// "NAME in=>out" of every record, by pipe.
+std::map<int, std::string> shown(const fps_map& fps) {
+    std::map<int, std::string> all;
+    for (const auto& [key, pipe] : fps)
+        all[pipe->pipe_id == key ? key : -1] = pipe->ip_name + " " +
+                                               std::to_string(pipe->input_fps) + "=>" +
+                                               std::to_string(pipe->output_fps);
+    return all;
 }
 
 std::string rates(const std::string& name, int pipe, int input, int output) {
@@ -79,24 +76,26 @@ TEST(vio_info, sends_the_requests_of_each_query) {
 }
 
 TEST(vio_info, reads_frame_rates_by_the_place_of_their_words) {
+    using by_pipe = std::map<int, std::string>;
     const struct {
         std::string text;
-        std::string wide; // lines of eleven words
-        std::string gdc;  // lines of six
+        by_pipe wide; // lines of eleven words
+        by_pipe gdc;  // lines of six
     } cases[] = {
-        {"", "", ""},
-        {"a b 3 c d e 30 f g h 25\n", "a:3 30=>25", "a:3 0=>0"},
-        {"gdc0 pipe 3 a b 30", "gdc0:3 0=>0", "gdc0:3 0=>30"},
-        {" \ta  b\t7 1 2 9 30 4 5 6 25 too much", "a:7 30=>25", "a:7 0=>9"},
+        {"", {}, {}},
+        {"a b 3 c d e 30 f g h 25\n", {{3, "a 30=>25"}}, {{3, "a 0=>0"}}},
+        {"gdc0 pipe 3 a b 30", {{3, "gdc0 0=>0"}}, {{3, "gdc0 0=>30"}}},
+        {" \ta  b\t7 1 2 9 30 4 5 6 25 too much", {{7, "a 30=>25"}}, {{7, "a 0=>9"}}},
         // The first line of a pipe counts; an empty one is of pipe 0.
-        {"a b 1 c d e 1 f g h 2\n\nb b 1 c d 8 3 f g h 4\nc b 0", ":0 0=>0, a:1 1=>2",
-         ":0 0=>0, a:1 0=>0"},
-        {"a", "a:0 0=>0", "a:0 0=>0"},
-        {"a b x c d 5 6 f g h 7", "a:0 0=>0", "a:0 0=>0"},
-        {"a b 65535 c d 65536 65536 f g h 7", "a:65535 65535=>0", "a:65535 0=>65535"},
-        {"a b 65536 c d 5 6 f g h 7", "a:65535 0=>0", "a:65535 0=>0"},
-        {"a b -1 c d 5 x f g h 7", "a:65535 0=>0", "a:65535 0=>5"},
-        {"a b 1 c d e 30 f g h", "a:1 30=>0", "a:1 0=>0"},
+        {"a b 1 c d e 1 f g h 2\n\nb b 1 c d 8 3 f g h 4\nc b 0",
+         {{0, " 0=>0"}, {1, "a 1=>2"}},
+         {{0, " 0=>0"}, {1, "a 0=>0"}}},
+        {"a", {{0, "a 0=>0"}}, {{0, "a 0=>0"}}},
+        {"a b x c d 5 6 f g h 7", {{0, "a 0=>0"}}, {{0, "a 0=>0"}}},
+        {"a b 65535 c d 65536 65536 f g h 7", {{65535, "a 65535=>0"}}, {{65535, "a 0=>65535"}}},
+        {"a b 65536 c d 5 6 f g h 7", {{65535, "a 0=>0"}}, {{65535, "a 0=>0"}}},
+        {"a b -1 c d 5 x f g h 7", {{65535, "a 0=>0"}}, {{65535, "a 0=>5"}}},
+        {"a b 1 c d e 30 f g h", {{1, "a 30=>0"}}, {{1, "a 0=>0"}}},
     };
     for (const auto& c : cases) {
         payload_area payload(c.text);
@@ -181,22 +180,10 @@ TEST(vio_info, reads_the_statistics_of_the_pyramid_scaler) {
 }
 
 TEST(vio_info, reads_random_texts_within_their_bounds) {
-    const std::vector<std::string> pieces = {"isp_pipe",
-                                             "usecase",
-                                             "pipeline_id",
-                                             "fw_ctx_count",
-                                             "dev_sched_mode",
-                                             "\n",
-                                             "\n",
-                                             " ",
-                                             " ",
-                                             "=",
-                                             ",",
-                                             ":",
-                                             "12 34",
-                                             "65536",
-                                             "x",
-                                             nul};
+    const auto pieces =
+        split("isp_pipe|usecase|pipeline_id|fw_ctx_count|dev_sched_mode|\n|\n| | |=|"
+              ",|:|12 34|65536|x|" +
+              nul);
     std::mt19937 random(8);
     payload_area payload;
     cout_capture printed;
@@ -243,7 +230,7 @@ TEST(vio_info, dispatches_by_the_sub_command_of_the_answer) {
     server.next_text(20, usecase);
     log_capture error;
     EXPECT_EQ(m.get_isp_info(), -1);
-    EXPECT_EQ(shown(m.isp_parse->fps), "isp:2 30=>25");
+    EXPECT_EQ(shown(m.isp_parse->fps), (std::map<int, std::string>{{2, "isp 30=>25"}}));
     EXPECT_TRUE(m.isp_parse->info.empty());
     EXPECT_EQ(error.lines(),
               (std::vector<std::string>{"6 MONCL_VIO: Isp sub_command error with 20",
@@ -276,60 +263,51 @@ TEST(vio_info, empties_what_it_fills_reports_after_each_answer_and_stops_at_a_fa
 }
 
 TEST(vio_info, takes_an_answer_of_many_parts_whole_or_ends_it_in_an_error) {
-    // A use case split between two parts, and one in the last.
-    const std::string lead = std::string(answer_payload_max - 20, '\n') + usecase;
-    const std::string first_part = lead.substr(0, answer_payload_max);
-    auto parts = [&](int sub_command, int msg_len) -> answer_packets {
-        packet_options how;
-        how.msg_len = msg_len;
-        return {packet(sub_command, first_part, how),
-                packet(sub_command, field(lead.substr(answer_payload_max) + usecase, 8000) +
-                                        std::string(192, ' ')),
-                packet(sub_command, usecase)};
+    const std::string blank(answer_payload_max, '\n');
+    // One use case lies across two parts, one in the last.
+    const std::string split_text = blank.substr(20) + usecase + blank + usecase;
+    const std::string pyramid = pym_head + "a: 1,b c d 2\n";
+    const std::string longest = usecase + std::string(50 * 8192 - usecase.size(), 'x');
+    const struct {
+        int sub_command;
+        std::string text;
+        int msg_len;
+        bool whole;
+        int result;
+        std::size_t records;
+    } cases[] = {
+        {1, split_text, 8193, false, -1, 0},   {1, split_text, 8193, true, 0, 2},
+        {1, split_text, 8192, true, -2, 1}, // the next request finds parts left
+        {1, usecase, 8192, false, 0, 1},       {1, usecase, 8193, false, -1, 0},
+        {11, pyramid, 8192, false, 0, 1},      {11, pyramid, 8193, false, -1, 0},
+        {11, pyramid, 8193, true, 0, 1},       {1, longest, 1 << 30, true, 0, 1},
+        {1, longest + "x", 8193, true, -1, 0},
     };
-    for (const bool whole : {false, true}) {
+    for (const auto& c : cases) {
+        answer_packets parts;
+        for (std::size_t at = 0; at < c.text.size(); at += answer_payload_max) {
+            packet_options how;
+            how.msg_len = at == 0 ? c.msg_len : -1;
+            parts.push_back(packet(c.sub_command, c.text.substr(at, answer_payload_max), how));
+        }
         scripted_server server;
-        auto connection = server.connect(whole);
+        auto connection = server.connect(c.whole);
         vio_info_manager m(connection);
         cout_capture printed;
         log_capture log;
-        server.next(parts(1, 8193));
-        server.next_text(2, "");
-        EXPECT_EQ(m.get_isp_info(), whole ? 0 : -1);
-        EXPECT_EQ(m.isp_parse->info.size(), whole ? 2U : 0U);
-        EXPECT_EQ(log.has("6 MONCL_VIO: Receive more message error with -1"), !whole);
-        EXPECT_EQ(log.has("6 MONCL_VIO: Handle request error with -1"), !whole);
-        const std::string text(first_part + lead.substr(answer_payload_max) + usecase);
-        EXPECT_EQ(m.joined_parts.size(), 409601U);
-        EXPECT_EQ(std::string(reinterpret_cast<char*>(m.joined_parts.data())), text);
+        server.next(parts);
+        EXPECT_EQ(c.sub_command == 1 ? m.get_isp_info() : m.get_pym_stat(), c.result);
+        EXPECT_EQ(m.isp_parse->info.size() + m.pym_parse->stat.size(), c.records);
+        EXPECT_EQ(log.has("6 MONCL_VIO: Receive more message error with -1"), c.result == -1);
+        EXPECT_EQ(log.has("6 MONCL_VIO: Handle request error with -1"), c.result == -1);
+        if (c.msg_len > answer_payload_max) {
+            const auto* joined = reinterpret_cast<char*>(m.joined_parts.data());
+            EXPECT_EQ(std::string(joined), c.text.substr(0, longest.size()));
+        } else {
+            EXPECT_TRUE(m.joined_parts.empty());
+        }
         close_at_once(*connection);
     }
-
-    // One part: its length decides. Parts without end fill the buffer, and no more.
-    scripted_server server;
-    auto connection = server.connect(true);
-    vio_info_manager m(connection);
-    cout_capture printed;
-    const std::string one = pym_head + "a: 1,b c d 2\n";
-    for (const int msg_len : {8192, 8193}) {
-        m.joined_parts.clear();
-        packet_options how;
-        how.msg_len = msg_len;
-        server.next({packet(11, one, how)});
-        EXPECT_EQ(m.get_pym_stat(), 0);
-        EXPECT_EQ(m.pym_parse->stat.size(), 1U);
-        EXPECT_EQ(m.joined_parts.empty(), msg_len == 8192);
-    }
-    answer_packets full(50, packet(1, std::string(8192, 'x')));
-    packet_options how;
-    how.msg_len = 1 << 30;
-    full[0] = packet(1, std::string(8192, 'x'), how);
-    server.next(full);
-    server.next_text(2, "");
-    EXPECT_EQ(m.get_isp_info(), 0);
-    full.push_back(full[1]);
-    server.next(full);
-    EXPECT_EQ(m.get_isp_info(), -1);
 }
 
 TEST(vio_info, merges_frame_rates_into_one_table) {
@@ -356,6 +334,10 @@ TEST(vio_info, merges_frame_rates_into_one_table) {
         {rates("a-name-of-the-camera", 65535, 65535, 65535), "\n", rates("p", 65535, 100, 1),
          "PIPE/IP       a-name-of-the-camera              p             \n"
          "pipe65535     65535=>65535     x             100=>1         \n"},
+        // What came before a failure is merged.
+        {rates("cim0", 1, 30, 29), "fail", rates("pym0", 1, 3, 2),
+         "PIPE/IP       cim0          pym0          \n"
+         "pipe1         30=>29        3 =>2         \n"},
         {rates("c", 0, 1, 2), "\n", rates("c", 0, 3, 4),
          "PIPE/IP       c                           \n"
          "pipe0         1 =>2         0 =>0         \n"},
@@ -364,28 +346,15 @@ TEST(vio_info, merges_frame_rates_into_one_table) {
         scripted_server server;
         server.answer([&c](int, int sub_command, const std::string&) -> answer_packets {
             const std::string& text = sub_command <= 4 ? c.isp : sub_command <= 6 ? c.cim : c.pym;
+            if (text == "fail")
+                return {error_packet(sub_command, -19)};
             return {packet(sub_command, sub_command % 2 == 0 ? text : "")};
         });
         auto connection = server.connect();
         vio_info_manager manager(connection);
         std::ostringstream out;
-        out << std::right << std::setfill(' ');
         EXPECT_EQ(manager.sort_all_vio_fps(&out),
                   std::count(c.table.begin(), c.table.end(), '\n') - 1);
         EXPECT_EQ(out.str(), c.table);
     }
-}
-
-TEST(vio_info, merges_what_came_before_a_failure) {
-    scripted_server server;
-    auto connection = server.connect();
-    vio_info_manager manager(connection);
-    server.next_text(5, rates("cim0", 1, 30, 29));
-    server.next({error_packet(6, -19)});
-    server.next({error_packet(3, -19)});
-    server.next_text(7, rates("pym0", 1, 3, 2));
-    std::ostringstream out;
-    EXPECT_EQ(manager.sort_all_vio_fps(&out), 1);
-    EXPECT_EQ(out.str(), "PIPE/IP       cim0          pym0          \n"
-                         "pipe1         30=>29        3 =>2         \n");
 }

@@ -1,6 +1,14 @@
 // What the managers' tests share.
 #include "manager_support.h"
 
+std::vector<std::string> split(const std::string& text) {
+    std::vector<std::string> parts;
+    std::istringstream rest(text + "|");
+    for (std::string part; std::getline(rest, part, '|');)
+        parts.push_back(part);
+    return parts;
+}
+
 std::string request_bytes(int command, int sub_command, const std::string& payload) {
     std::string bytes = native<std::int32_t>(command) + native<std::int32_t>(sub_command) +
                         native(static_cast<std::int32_t>(payload.size())) + "0";

@@ -26,6 +26,9 @@ inline std::string field(std::string text, std::size_t size) {
     return text;
 }
 
+/// The parts of @p text between bars: "a|b c||" is "a", "b c", "", "".
+std::vector<std::string> split(const std::string& text);
+
 /// A request apart from its time stamp and the bytes behind its payload.
 std::string request_bytes(int command, int sub_command, const std::string& payload);
 /// The requests since the last call, made comparable to `request_bytes`.
