@@ -83,41 +83,32 @@ TEST(net_stat, reports_rates_between_two_answers) {
     const std::string still = "lo    0.00\nwlan0-outdoors-1.00\n";
     const struct {
         int sub_command;
-        timeval time;
+        long s, us; // time of receipt
         std::string payload;
         std::string expected;
     } answers[] = {
-        {4,
-         {10, 1},
-         bandwidth(0, "", 0, ""),
+        {4, 10, 1, bandwidth(0, "", 0, ""),
          heading + "pid:5, total 0 bytes, rate:0.000 Kbytes/s"
                    "pid:30, total 0 bytes, rate:0.000 Kbytes/s"},
-        {4,
-         {11, 1},
-         bandwidth(2, device("lo", 1000000) + device("eth0", 0), 0, ""),
+        {4, 11, 1, bandwidth(2, device("lo", 1000000) + device("eth0", 0), 0, ""),
          heading + "lo    976.56\neth0  0.00\n"
                    "pid:5, total 0 bytes, rate:0.00 Kbytes/s"
                    "pid:30, total 0 bytes, rate:0.00 Kbytes/s"},
         // The first total of a process counts from 0, one that is not registered is left out.
-        {4,
-         {12, 0},
+        {4, 12, 0,
          bandwidth(2, device("lo", 1512000) + device("wlan0-outdoors-2", 1024), 3,
                    process(30, 1024) + process(6, 1) + process(5, spike)),
          heading + "lo    500.00\nwlan0-outdoors-1.00\n" + spiked + one},
         // The time stamp before has no microseconds and so counts as none; it does not the next
         // time. A device that is gone keeps its figures.
-        {4,
-         {14, 500},
-         bandwidth(1, device("lo", 9999999), -1, "\1\1\1\1"),
+        {4, 14, 500, bandwidth(1, device("lo", 9999999), -1, "\1\1\1\1"),
          heading + still + spiked + one},
         // No time has passed, in whole milliseconds; no device, and a process behind that.
-        {4, {14, 1499}, bandwidth(-1, "", 1, process(5, 0)), heading + still + none + one},
+        {4, 14, 1499, bandwidth(-1, "", 1, process(5, 0)), heading + still + none + one},
         // Answers to anything else carry no figures and no time.
-        {3, {15, 1}, bandwidth(1, device("no", 1), 1, process(5, 1)), heading + still + none + one},
+        {3, 15, 1, bandwidth(1, device("no", 1), 1, process(5, 1)), heading + still + none + one},
         // Counters that run backwards wrap.
-        {4,
-         {24, 1499},
-         bandwidth(1, device("lo", 9999998), 1, process(30, 0)),
+        {4, 24, 1499, bandwidth(1, device("lo", 9999998), 1, process(30, 0)),
          heading + "lo    1801439850948198.50\nwlan0-outdoors-1.00\n"
                    "pid:5, total 0 bytes, rate:0.00 Kbytes/s"
                    "pid:30, total 0 bytes, rate:1801439850948198.50 Kbytes/s"},
@@ -126,7 +117,8 @@ TEST(net_stat, reports_rates_between_two_answers) {
     log_capture log;
     manager.parser->pid_result = {{30, {}}, {5, {}}};
     for (const auto& answer : answers)
-        EXPECT_EQ(report(manager, manager.parser, answer.sub_command, answer.payload, answer.time),
+        EXPECT_EQ(report(manager, manager.parser, answer.sub_command, answer.payload,
+                         {answer.s, answer.us}),
                   answer.expected);
     EXPECT_EQ(log.lines(), std::vector<std::string>{"6 -: recive pid 6 not in pid map"});
     EXPECT_EQ(manager.last_time.tv_sec, 24);
