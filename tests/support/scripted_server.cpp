@@ -13,11 +13,6 @@ extern "C" const char* __lsan_default_suppressions() {
     return "leak:libzmq\n";
 }
 
-// ZeroMQ is not built with the sanitizer, which then does not see its locking.
-extern "C" const char* __tsan_default_suppressions() {
-    return "race:libzmq\n";
-}
-
 std::string packet(int sub_command, const std::string& payload, const packet_options& how) {
     data_struct header{};
     header.sub_command = sub_command;
