@@ -34,16 +34,26 @@ void add_source(CLI::App& app, source& from) {
 }
 } // namespace
 
-std::shared_ptr<schedule> add_schedule(CLI::App& app) {
+std::shared_ptr<schedule> add_schedule(CLI::App& app, schedule_form form) {
+    const bool anyhow = form == schedule_form::anyhow;
     auto when = std::make_shared<schedule>();
-    // Beyond a day, and below a millisecond, an interval is a slip of the finger.
-    const CLI::Range seconds(0.001, 86400.0);
+    // Below a millisecond, and beyond a day, an interval is a slip of the finger. Not a CLI::Range:
+    // that lets "nan" pass.
+    const CLI::Validator seconds(
+        [](const std::string& text) {
+            double value = 0;
+            const bool fits =
+                CLI::detail::lexical_cast(text, value) && value >= 0.001 && value <= 86400;
+            return fits ? std::string() : "needs 0.001 to 86400 seconds";
+        },
+        "");
     const CLI::Range reports(1L, 1000000000L);
-    auto* interval = app.add_option("INTERVAL,-i,--interval", when->interval,
-                                    "Seconds between reports, fractions allowed; without COUNT "
-                                    "until stopped");
+    auto* interval =
+        app.add_option(anyhow ? "INTERVAL,-i,--interval" : "-i,--interval", when->interval,
+                       "Seconds between reports, fractions allowed; without COUNT "
+                       "until stopped");
     interval->check(seconds)->option_text("SECONDS");
-    app.add_option("COUNT,-n,--count", when->count, "Number of reports")
+    app.add_option(anyhow ? "COUNT,-n,--count" : "-n,--count", when->count, "Number of reports")
         ->check(reports)
         ->option_text("N");
     return when;

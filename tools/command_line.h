@@ -39,9 +39,15 @@ struct invocation {
 invocation read_command_line(std::vector<std::string> arguments, std::ostream& out,
                              std::ostream& err);
 
-/// Adds INTERVAL and COUNT, also as -i and -n, to a command's options.
+/// How INTERVAL and COUNT may be given.
+enum class schedule_form {
+    anyhow,      ///< by their place, or as -i and -n
+    options_only ///< as -i and -n, for commands whose places are taken
+};
+
+/// Adds INTERVAL and COUNT to a command's options.
 /// @return the schedule they give, valid once the command line was read
-std::shared_ptr<schedule> add_schedule(CLI::App& app);
+std::shared_ptr<schedule> add_schedule(CLI::App& app, schedule_form form = schedule_form::anyhow);
 
 } // namespace tools
 

@@ -9,14 +9,16 @@
 namespace tools {
 
 namespace {
-// A negative code can be the server's own answer, which leaves the connection as good as before, or
-// the connection's: then no answer has come since the request went out.
+bool is_done(const subject& what) {
+    return what.done && what.done();
+}
+} // namespace
+
 bool answered(client_comm& connection, int code) {
     return connection.get_socket() != nullptr &&
            connection.get_recv_time_us() >= connection.get_send_time_us() &&
            connection.get_recv_data()->msg_len == code;
 }
-} // namespace
 
 session::session(const source& from, std::ostream& out, std::ostream& err)
     : out_(out), err_(err), host_(from.host), port_(from.port) {
@@ -43,14 +45,15 @@ int session::repeat(const schedule& when, const subject& what) {
         well = ask(what, nullptr);
         if (!well && when.interval <= 0)
             return exit_failed;
-        if (stop_.wait_until(ticks.next(ticker::clock::now())))
+        if (is_done(what) || stop_.wait_until(ticks.next(ticker::clock::now())))
             return well ? exit_ok : exit_failed;
     }
     for (long done = 0;;) {
         well = ask(what, &out_);
         if (!end_report())
             return exit_ok;
-        if (++done == when.reports() || stop_.wait_until(ticks.next(ticker::clock::now())))
+        if (++done == when.reports() || is_done(what) ||
+            stop_.wait_until(ticks.next(ticker::clock::now())))
             return well ? exit_ok : exit_failed;
     }
 }

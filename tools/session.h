@@ -27,7 +27,13 @@ struct subject {
     bool compares = false;
     /// Tells a server that came back what it must know; may be null.
     std::function<int()> introduce = nullptr;
+    /// Tells that nothing is left to ask for, which ends it all; may be null.
+    std::function<bool()> done = nullptr;
 };
+
+/// Whether the negative @p code of a query over @p connection is the server's own answer, which
+/// leaves the connection as good as before; else it is the connection's, and no answer has come.
+bool answered(client_comm& connection, int code);
 
 /// The server asked, the streams written to and the signal that ends it all.
 class session {

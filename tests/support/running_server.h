@@ -13,7 +13,9 @@ class running_server {
 public:
     explicit running_server(const std::string& root = "/")
         : running_server(monsrv::server_options{root}) {}
-    explicit running_server(const monsrv::server_options& options) : server_(options) {}
+    explicit running_server(const monsrv::server_options& options) : server_(options) {
+        client_comm::client_id = 0; // of an earlier server of this process
+    }
 
     int port() const { return server_.port(); }
     /// A connection to this server that takes answers of several parts whole.

@@ -25,8 +25,9 @@ int report(sysinfo_manager& manager, std::ostream& out) {
     out << std::left << std::setw(10) << "version" << manager.last_version() << "\n"
         << std::setw(10) << "cpus" << cpus << "\n";
     for (int cpu = 0; cpu < cpus && cpu < 8; ++cpu) {
+        const auto query = frequency_queries[cpu];
         out << "cpu" << std::setw(7) << cpu;
-        if ((manager.*frequency_queries[cpu])() < 0)
+        if ((manager.*query)() < 0)
             out << "-\n";
         else
             out << std::fixed << std::setprecision(3)

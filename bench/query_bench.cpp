@@ -1,0 +1,163 @@
+// Whole queries without a report, against raw ZeroMQ ping-pong of the same bytes.
+//
+// Both run against the same echo thread: 52 bytes out, packets of 8240 bytes back.
+#include "cpu_stat_manager.h"
+#include "texts.h"
+
+#include <benchmark/benchmark.h>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <pthread.h>
+#include <sched.h>
+#include <thread>
+#include <zmq.h>
+
+extern "C" int __android_log_print(int, const char*, const char*, ...) {
+    return 0;
+}
+
+namespace {
+// Unpinned, both ends flip between two placements and the figures with them.
+void pin_to(int cpu) {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(cpu, &set);
+    pthread_setaffinity_np(pthread_self(), sizeof set, &set);
+}
+
+std::vector<std::string> packets(int sub_command, const std::string& text) {
+    std::vector<std::string> all;
+    for (std::size_t at = 0; at < text.size(); at += answer_payload_max) {
+        data_struct header{};
+        header.sub_command = sub_command;
+        header.msg_len =
+            static_cast<int>(std::min<std::size_t>(text.size() - at, answer_payload_max));
+        std::string packet(reinterpret_cast<char*>(&header), frame_header_size);
+        packet += text.substr(at, answer_payload_max);
+        packet.resize(answer_frame_size);
+        all.push_back(packet);
+    }
+    return all;
+}
+
+// Answers every request with the same packets until it receives a single byte.
+class echo_server {
+public:
+    explicit echo_server(std::vector<std::string> answer)
+        : answer_(std::move(answer)), context_(zmq_ctx_new()),
+          socket_(zmq_socket(context_, ZMQ_REP)) {
+        zmq_bind(socket_, "tcp://127.0.0.1:*");
+        char bound[64];
+        std::size_t size = sizeof bound;
+        zmq_getsockopt(socket_, ZMQ_LAST_ENDPOINT, bound, &size);
+        endpoint = bound;
+        thread_ = std::thread([this] { serve(); });
+    }
+    ~echo_server() {
+        void* context = zmq_ctx_new();
+        void* socket = zmq_socket(context, ZMQ_REQ);
+        zmq_connect(socket, endpoint.c_str());
+        char byte = 0;
+        zmq_send(socket, &byte, 1, 0);
+        zmq_recv(socket, &byte, 1, 0);
+        thread_.join();
+        zmq_close(socket);
+        zmq_ctx_term(context);
+        zmq_close(socket_);
+        zmq_ctx_term(context_);
+    }
+    int port() const { return std::stoi(endpoint.substr(endpoint.rfind(':') + 1)); }
+
+    std::string endpoint;
+
+private:
+    void serve() {
+        pin_to(1);
+        char request[2048];
+        while (zmq_recv(socket_, request, sizeof request, 0) != 1)
+            for (std::size_t i = 0; i < answer_.size(); ++i)
+                zmq_send(socket_, answer_[i].data(), answer_[i].size(),
+                         i + 1 < answer_.size() ? ZMQ_SNDMORE : 0);
+        zmq_send(socket_, "", 0, 0);
+    }
+
+    std::vector<std::string> answer_;
+    void* context_;
+    void* socket_;
+    std::thread thread_;
+};
+
+// What a query cannot do without: send, poll, receive all parts.
+void raw_trip(benchmark::State& state, const std::vector<std::string>& answer) {
+    echo_server server(answer);
+    void* context = zmq_ctx_new();
+    void* socket = zmq_socket(context, ZMQ_REQ);
+    zmq_connect(socket, server.endpoint.c_str());
+    pin_to(0);
+    char request[52] = {};
+    static char packet[answer_frame_size];
+    for (auto _ : state) {
+        zmq_send(socket, request, sizeof request, 0);
+        zmq_pollitem_t item{socket, 0, ZMQ_POLLIN, 0};
+        zmq_poll(&item, 1, 1000);
+        for (int more = 1; more != 0;) {
+            zmq_recv(socket, packet, sizeof packet, 0);
+            std::size_t size = sizeof more;
+            if (answer.size() > 1)
+                zmq_getsockopt(socket, ZMQ_RCVMORE, &more, &size);
+            else
+                more = 0;
+        }
+    }
+    zmq_close(socket);
+    zmq_ctx_term(context);
+}
+
+template<class Query>
+void library_query(benchmark::State& state, const std::vector<std::string>& answer, Query query) {
+    client_comm::client_id = 1; // the echo grants none
+    echo_server server(answer);
+    auto connection = std::make_shared<client_comm>("127.0.0.1", server.port());
+    connection->stop_at_last_part(true);
+    {
+        cpu_stat_manager manager(connection);
+        pin_to(0);
+        for (auto _ : state)
+            if (query(manager) != 0)
+                state.SkipWithError("query failed");
+    }
+    client_comm::client_id = 0;
+    connection->close_connect();
+}
+
+// Standard output that costs nothing, for the table the interrupt decoder prints.
+class discard : public std::streambuf {
+    int overflow(int c) override { return c; }
+    std::streamsize xsputn(const char*, std::streamsize n) override { return n; }
+};
+
+void cpu_query_raw(benchmark::State& state) {
+    raw_trip(state, packets(1, cpu_table(9)));
+}
+void cpu_query_ours(benchmark::State& state) {
+    library_query(state, packets(1, cpu_table(9)),
+                  [](cpu_stat_manager& manager) { return manager.get_cpu_usage(nullptr); });
+}
+void interrupt_query_raw(benchmark::State& state) {
+    raw_trip(state, packets(9, interrupt_table(64, 300)));
+}
+void interrupt_query_ours(benchmark::State& state) {
+    discard nowhere;
+    std::streambuf* before = std::cout.rdbuf(&nowhere);
+    library_query(state, packets(9, interrupt_table(64, 300)),
+                  [](cpu_stat_manager& manager) { return manager.get_interrupt(nullptr); });
+    std::cout.rdbuf(before);
+}
+BENCHMARK(cpu_query_raw)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(cpu_query_ours)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(interrupt_query_raw)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(interrupt_query_ours)->UseRealTime()->Unit(benchmark::kMicrosecond);
+} // namespace
+
+BENCHMARK_MAIN();

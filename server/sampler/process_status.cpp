@@ -1,0 +1,20 @@
+// The status line of one process: /proc/PID/stat.
+#include "process_files.h"
+#include "sampler.h"
+
+namespace monsrv {
+namespace {
+
+void install(sampler_table& table, const host& env) {
+    table.on(0xAE02, 3, [&env](const request& asked, reply& answer) {
+        std::string text;
+        const int error = read_process_stat(env, asked.number(), text);
+        answer.add_lines(text);
+        return error;
+    });
+}
+
+const sampler_registration registered(install);
+
+} // namespace
+} // namespace monsrv
