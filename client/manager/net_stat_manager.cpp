@@ -72,19 +72,27 @@ int net_stat_manager::send_pid(int sub_command, int pid) {
     return get_req_info(sub_command, payload, sizeof payload, parser, nullptr);
 }
 
+// Which answers are decoded is up to the server, that to a start without `net_lock` included, so
+// `net_lock` alone does not keep a decode away.
+template<class Change>
+void net_stat_manager::change_registered(Change change) {
+    std::lock_guard<std::mutex> lock(req_lock);
+    change(*parser);
+}
+
 int net_stat_manager::start_net_monitor() {
     return get_sys_info(3, parser, nullptr);
 }
 
 int net_stat_manager::add_net_monitor_process(int pid) {
     std::lock_guard<std::mutex> lock(net_lock);
-    parser->pid_result.try_emplace(pid);
+    change_registered([pid](net_stat_parse& figures) { figures.pid_result.try_emplace(pid); });
     return send_pid(1, pid);
 }
 
 int net_stat_manager::remove_net_monitor_process(int pid) {
     std::lock_guard<std::mutex> lock(net_lock);
-    parser->pid_result.erase(pid);
+    change_registered([pid](net_stat_parse& figures) { figures.pid_result.erase(pid); });
     return send_pid(2, pid);
 }
 
@@ -97,7 +105,9 @@ int net_stat_manager::exit_net_monitor() {
     std::lock_guard<std::mutex> lock(net_lock);
     for (int pid : sorted_keys(parser->pid_result))
         send_pid(2, pid);
-    parser->pid_result.clear();
-    parser->dev_result.clear();
+    change_registered([](net_stat_parse& figures) {
+        figures.pid_result.clear();
+        figures.dev_result.clear();
+    });
     return get_sys_info(5, parser, nullptr);
 }

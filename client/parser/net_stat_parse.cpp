@@ -11,6 +11,10 @@ constexpr std::size_t name_size = sizeof(net_stat::dev_name);
 constexpr std::size_t device_size = name_size + 8;
 constexpr std::size_t count_size = 4;
 
+// As many devices as fit leave room for the count of processes, and for none of them.
+constexpr std::size_t devices_max = (answer_payload_max - count_size) / device_size;
+static_assert(count_size + devices_max * device_size + count_size == answer_payload_max);
+
 // The count at `offset`, cut to the records of `size` bytes that fit behind it.
 std::size_t read_count(const unsigned char* msg, std::size_t offset, std::size_t size) {
     const auto count = static_cast<std::int32_t>(u8_to_u32(msg + offset));
@@ -36,11 +40,7 @@ int net_stat_parse::parse_net_stat(unsigned char* msg, unsigned long delta_ms) {
         update(entry, u8_to_u64(device + name_size), delta_ms);
     }
 
-    // Devices beyond the payload leave no room for processes.
-    const auto announced = static_cast<std::int32_t>(u8_to_u32(msg));
     const std::size_t offset = count_size + devices * device_size;
-    if (announced > static_cast<std::int64_t>(devices) || offset + count_size > answer_payload_max)
-        return 1;
     const std::size_t processes = read_count(msg, offset, sizeof(process_net_s));
     const unsigned char* record = msg + offset + count_size;
     for (std::size_t i = 0; i < processes; ++i, record += sizeof(process_net_s)) {
