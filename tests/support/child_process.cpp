@@ -23,6 +23,10 @@ child_process::child_process(const std::vector<std::string>& command) {
     if (pipe(out_pipe) != 0 || pipe(err_pipe) != 0)
         throw std::runtime_error("pipe");
     std::vector<char*> arguments;
+    // Our own programs may be built for another architecture than this machine's.
+    std::string emulator = TEST_EMULATOR;
+    if (!emulator.empty() && (command[0] == MONCL_PROGRAM || command[0] == MONSRV_PROGRAM))
+        arguments.push_back(emulator.data());
     for (const std::string& word : command)
         arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
