@@ -6,6 +6,7 @@
 #include <mutex>
 #include <sstream>
 #include <string>
+#include <utility>
 
 /// The log since its construction, or the last call; one at a time.
 class log_capture {

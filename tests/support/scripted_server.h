@@ -15,6 +15,7 @@
 #include <sys/eventfd.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 #include <zmq.h>
 
