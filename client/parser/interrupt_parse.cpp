@@ -72,6 +72,7 @@ std::shared_ptr<interrupt> read_error(text_reader fields) {
 // each of them: a large table has tens of thousands.
 class column_writer {
 public:
+    // cppcheck-suppress uninitMemberVar ; the buffer is filled before it is read
     column_writer(std::ostream& out, bool left) : out_(out), left_(left) {}
     ~column_writer() { out_.write(buffer_, used_).flush(); }
     column_writer(const column_writer&) = delete;
