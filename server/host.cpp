@@ -30,7 +30,8 @@ int read_all(int fd, std::string& text) {
 }
 } // namespace
 
-host::host(std::string root) : root_(std::move(root)) {
+host::host(std::string root, std::optional<simulated_board> board)
+    : root_(std::move(root)), board_(board) {
     while (!root_.empty() && root_.back() == '/')
         root_.pop_back();
 }

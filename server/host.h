@@ -1,18 +1,22 @@
-// The machine being sampled: its files, below a root that tests may put elsewhere.
+// The machine being sampled: its files, below a root that tests may put elsewhere, and the board
+// simulated behind it, if any.
 #ifndef MONSRV_HOST_H
 #define MONSRV_HOST_H
 
 #include "common_func.h"
+#include "simulated_board.h"
 
+#include <optional>
 #include <string>
 
 namespace monsrv {
 
-/// Reads the files of one machine. Holds nothing but the root's name.
+/// Reads the files of one machine. Holds the root's name and the board.
 class host {
 public:
     /// @param root folder to read in place of /
-    explicit host(std::string root);
+    /// @param board stands in for the hardware this machine lacks
+    explicit host(std::string root, std::optional<simulated_board> board = {});
 
     /// The real path of @p path, which starts with a slash.
     std::string path(const std::string& path) const;
@@ -26,11 +30,15 @@ public:
     /// Whether the host's own kernel is the one sampled, and not a tree of files.
     bool is_live() const { return root_.empty(); }
 
+    /// The simulated board, valid as long as the host; null if there is none.
+    const simulated_board* board() const { return board_ ? &*board_ : nullptr; }
+
     /// Most bytes read of a file; well above what one answer can hold.
     static constexpr std::size_t file_limit = 1 << 20;
 
 private:
     std::string root_;
+    std::optional<simulated_board> board_;
 };
 
 } // namespace monsrv

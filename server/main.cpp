@@ -26,6 +26,12 @@ int main(int argc, char** argv) {
     app.add_option("--root", options.root, "Folder to read in place of /")
         ->check(CLI::ExistingDirectory)
         ->capture_default_str();
+    auto* simulate = app.add_flag("--simulate-board", options.simulate_board,
+                                  "Make up the figures of hardware that this host lacks");
+    app.add_option("--seed", options.seed, "What the simulated figures follow from")
+        ->needs(simulate)
+        ->check(CLI::Range(0L, 4294967295L))
+        ->capture_default_str();
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -37,6 +43,8 @@ int main(int argc, char** argv) {
         running = &server;
         std::signal(SIGINT, stop_running);
         std::signal(SIGTERM, stop_running);
+        if (options.simulate_board)
+            std::cerr << "monsrv: " << monsrv::simulation_notice << std::endl;
         std::cout << "monsrv: listening at " << address << ":" << port << std::endl;
         server.run();
     } catch (const std::exception& e) {

@@ -20,7 +20,9 @@ namespace monsrv {
 
 /// What a server samples.
 struct server_options {
-    std::string root = "/"; ///< folder to read in place of /
+    std::string root = "/";      ///< folder to read in place of /
+    bool simulate_board = false; ///< answer for hardware the host lacks
+    std::uint32_t seed = 1;      ///< of the simulated board
 };
 
 /// One server; owns its socket. `bind` and `run` belong to one thread, `stop` may be called from

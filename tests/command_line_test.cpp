@@ -51,6 +51,11 @@ TEST(command_line, reads_interval_count_and_source) {
         {{"probe", "--connect", "board:9x"}, 2, 0, 0, "", 0},
         {{"probe", "--root", "/no such folder"}, 2, 0, 0, "", 0},
         {{"probe", "--root", "/", "--connect", "board:1"}, 2, 0, 0, "", 0},
+        {{"probe", "--simulate-board", "--seed", "4294967295"}, 0, 0, 0, "", 0},
+        {{"probe", "--simulate-board", "--seed", "4294967296"}, 2, 0, 0, "", 0},
+        {{"probe", "--simulate-board", "--seed", "-1"}, 2, 0, 0, "", 0},
+        {{"probe", "--seed", "1"}, 2, 0, 0, "", 0},
+        {{"probe", "--simulate-board", "--connect", "board:1"}, 2, 0, 0, "", 0},
     };
     for (const auto& c : cases) {
         std::string all;

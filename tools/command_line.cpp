@@ -33,6 +33,13 @@ void add_source(CLI::App& app, source& from) {
     app.add_option("--root", from.root, "Folder the server inside reads in place of /")
         ->check(CLI::ExistingDirectory)
         ->excludes(connect);
+    auto* simulate =
+        app.add_flag("--simulate-board", from.simulate_board,
+                     "Let the server inside make up the figures of hardware that this host lacks");
+    simulate->excludes(connect);
+    app.add_option("--seed", from.seed, "What the simulated figures follow from")
+        ->needs(simulate)
+        ->check(CLI::Range(0L, 4294967295L));
     app.add_flag("--verbose", from.verbose, "Show the library's log on standard error");
 }
 } // namespace

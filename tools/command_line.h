@@ -5,6 +5,7 @@
 #include "command.h"
 #include "schedule.h"
 
+#include <cstdint>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -23,8 +24,10 @@ enum exit_status {
 struct source {
     std::string host; ///< empty: a server inside the program
     int port = 0;
-    std::string root = "/"; ///< what the server inside reads in place of /
-    bool verbose = false;   ///< show the library's log
+    std::string root = "/";      ///< what the server inside reads in place of /
+    bool simulate_board = false; ///< the server inside answers for hardware the host lacks
+    std::uint32_t seed = 1;      ///< of the simulated board
+    bool verbose = false;        ///< show the library's log
 };
 
 /// A command line that was understood, or the status to end with.

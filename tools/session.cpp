@@ -24,10 +24,13 @@ session::session(const source& from, std::ostream& out, std::ostream& err)
     : out_(out), err_(err), host_(from.host), port_(from.port) {
     if (!host_.empty())
         return;
-    server_ = std::make_unique<local_server>(monsrv::server_options{from.root});
+    server_ = std::make_unique<local_server>(
+        monsrv::server_options{from.root, from.simulate_board, from.seed});
     host_ = "127.0.0.1";
     port_ = server_->port();
     err_ << "moncl: asking a server inside this program, at " << host_ << ":" << port_ << std::endl;
+    if (from.simulate_board)
+        err_ << "moncl: " << monsrv::simulation_notice << std::endl;
 }
 
 session::~session() = default;

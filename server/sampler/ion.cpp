@@ -23,10 +23,17 @@ bool find_total(const std::string& text, std::uint64_t& total) {
 int sample(const host& env, reply& answer) {
     const std::string folder = "/sys/kernel/debug/ion/heaps";
     std::error_code error;
+    std::error_code ignored;
     std::vector<std::string> names;
     for (std::filesystem::directory_iterator it(env.path(folder), error), end; !error && it != end;
          it.increment(error))
         names.push_back(it->path().filename());
+    // The folder may be closed to this process; the device always shows whether there are heaps.
+    if (error && env.board() != nullptr &&
+        !std::filesystem::exists(env.path("/dev/ion"), ignored)) {
+        answer.add_counted(env.board()->now().heaps);
+        return 0;
+    }
     if (error && error != std::errc::no_such_file_or_directory)
         return -error.value();
     std::sort(names.begin(), names.end());

@@ -4,13 +4,12 @@
 #include "slow_reads.h"
 
 #include <charconv>
+#include <filesystem>
 #include <memory>
 
 namespace monsrv {
 namespace {
 
-constexpr int cooling_devices = 2;
-constexpr int thermal_zones = 16;
 // What the combined answer says of a sensor without a figure; clients take it for 0. The others
 // thus keep their places. An empty text would repeat the figure before it.
 constexpr std::string_view no_figure = "unknown";
@@ -23,15 +22,35 @@ std::string zone_file(int zone) {
     return "/sys/class/thermal/thermal_zone" + std::to_string(zone) + "/temp";
 }
 
+/// Sensors that are counted from 0.
+struct sensor_kind {
+    int count; ///< most that are asked for
+    std::string (*file)(int which);
+    std::vector<std::uint64_t> board_figures::*simulated; ///< if the host has none at all
+
+    std::vector<std::string> files() const {
+        std::vector<std::string> all;
+        for (int i = 0; i < count; ++i)
+            all.push_back(file(i));
+        return all;
+    }
+};
+const sensor_kind cooling_devices{2, cooling_file, &board_figures::cooling};
+const sensor_kind thermal_zones{16, zone_file, &board_figures::temperatures};
+
+std::string figure_line(std::uint64_t figure) {
+    return std::to_string(figure) + "\n";
+}
+
 // Clients know no negative figures.
 slow_reads::outcome check_figure(slow_reads::outcome read) {
     if (read.result < 0)
         return read;
-    unsigned long long figure = 0;
+    std::uint64_t figure = 0;
     const char* start = read.bytes.data();
     const auto parsed = std::from_chars(start, start + read.bytes.size(), figure);
     if (parsed.ec == std::errc())
-        return {0, std::to_string(figure) + "\n"};
+        return {0, figure_line(figure)};
     return {!read.bytes.empty() && read.bytes.front() == '-' ? -ERANGE : -EIO, {}};
 }
 
@@ -40,7 +59,13 @@ class sensors {
 public:
     explicit sensors(const host& env) : env_(env) {}
 
-    int sample_one(const std::string& file, reply& answer) {
+    int sample_one(const sensor_kind& kind, int which, reply& answer) {
+        const auto stand_ins = simulated(kind);
+        if (static_cast<std::size_t>(which) < stand_ins.size()) {
+            answer.add_lines(figure_line(stand_ins[static_cast<std::size_t>(which)]));
+            return 0;
+        }
+        const std::string file = kind.file(which);
         const slow_reads::outcome figure = read({file}).at(file);
         if (figure.result < 0)
             return figure.result;
@@ -49,23 +74,17 @@ public:
     }
 
     int sample_all(reply& answer) {
-        std::vector<std::string> cooling;
-        for (int i = 0; i < cooling_devices; ++i)
-            cooling.push_back(cooling_file(i));
-        std::vector<std::string> zones;
-        for (int i = 0; i < thermal_zones; ++i)
-            zones.push_back(zone_file(i));
-        std::vector<std::string> files = cooling;
-        files.insert(files.end(), zones.begin(), zones.end());
-
+        std::vector<std::string> files = cooling_devices.files();
+        for (const std::string& file : thermal_zones.files())
+            files.push_back(file);
         const auto figures = read(files);
-        drop_absent(cooling, figures);
-        drop_absent(zones, figures);
+        const auto cooling = texts(cooling_devices, figures);
+        const auto zones = texts(thermal_zones, figures);
         answer.add_record(static_cast<std::uint8_t>(cooling.size()));
         answer.add_record(static_cast<std::uint8_t>(zones.size()));
         for (const auto* kind : {&cooling, &zones})
-            for (const std::string& file : *kind)
-                add_text(figures.at(file), answer);
+            for (const std::string& text : *kind)
+                answer.add(text.c_str(), text.size() + 1);
         return 0;
     }
 
@@ -81,32 +100,47 @@ private:
         return reads_.run(wanted);
     }
 
-    // Cuts off what does not exist behind the last one that does.
-    static void drop_absent(std::vector<std::string>& files, const figures_by_file& figures) {
-        while (!files.empty() && figures.at(files.back()).result == -ENOENT)
-            files.pop_back();
+    // Figures of the board, if there is one, for a kind of sensor of which the host has none.
+    std::vector<std::uint64_t> simulated(const sensor_kind& kind) const {
+        if (env_.board() == nullptr)
+            return {};
+        for (const std::string& file : kind.files())
+            if (std::error_code error; std::filesystem::exists(env_.path(file), error))
+                return {};
+        return env_.board()->now().*kind.simulated;
     }
 
-    static void add_text(const slow_reads::outcome& figure, reply& answer) {
-        const std::string_view text = figure.result < 0 ? no_figure : figure.bytes;
-        answer.add(text.data(), text.size());
-        answer.add("", 1);
+    // The texts of a kind, without those that do not exist behind the last one that does.
+    std::vector<std::string> texts(const sensor_kind& kind, const figures_by_file& figures) const {
+        std::vector<std::string> all;
+        for (const std::uint64_t figure : simulated(kind))
+            all.push_back(figure_line(figure));
+        if (!all.empty())
+            return all;
+        std::vector<std::string> files = kind.files();
+        while (!files.empty() && figures.at(files.back()).result == -ENOENT)
+            files.pop_back();
+        for (const std::string& file : files) {
+            const slow_reads::outcome& figure = figures.at(file);
+            all.push_back(figure.result < 0 ? std::string(no_figure) : figure.bytes);
+        }
+        return all;
     }
 
     const host& env_;
-    slow_reads reads_{cooling_devices + thermal_zones};
+    slow_reads reads_{static_cast<std::size_t>(cooling_devices.count + thermal_zones.count)};
 };
 
 void install(sampler_table& table, const host& env) {
     auto all = std::make_shared<sensors>(env);
-    for (int i = 0; i < cooling_devices; ++i)
-        table.on(0xAE06, 1 + i, [all, i](const request&, reply& answer) {
-            return all->sample_one(cooling_file(i), answer);
-        });
-    for (int i = 0; i < thermal_zones; ++i)
-        table.on(0xAE06, 3 + i, [all, i](const request&, reply& answer) {
-            return all->sample_one(zone_file(i), answer);
-        });
+    const auto answer_each = [&table, &all](const sensor_kind& kind, int first_sub_command) {
+        for (int i = 0; i < kind.count; ++i)
+            table.on(0xAE06, first_sub_command + i, [all, &kind, i](const request&, reply& answer) {
+                return all->sample_one(kind, i, answer);
+            });
+    };
+    answer_each(cooling_devices, 1);
+    answer_each(thermal_zones, 3);
     table.on(0xAE06, 19, [all](const request&, reply& answer) { return all->sample_all(answer); });
 }
 

@@ -1,0 +1,17 @@
+// Load of the two cores of the neural-network accelerator.
+#include "board_answer.h"
+
+namespace monsrv {
+namespace {
+
+void install(sampler_table& table, const host& env) {
+    for (int core = 0; core < 2; ++core)
+        answer_from_board(table, env, 0xAE03, 1 + core, [core](const board_figures& figures) {
+            return load_text(figures.nnu_load.at(static_cast<std::size_t>(core)));
+        });
+}
+
+const sampler_registration registered(install);
+
+} // namespace
+} // namespace monsrv
