@@ -1,4 +1,5 @@
-// What a client may send to the server, over real sockets. The server samples a tree of files.
+// What a client may send to the server, over real sockets. The server samples a tree
+// of files, and a simulated board for what the tree lacks.
 //
 // The input is messages: a byte of flags (1: several parts, of which more follow; 2: without the
 // empty part in front that a request has) and a piece. Behind each message goes one that the server
@@ -64,9 +65,12 @@ private:
 };
 
 int start_server() {
-    static monsrv::monitor_server server({SAMPLED_TREE});
-    const int port = server.bind("127.0.0.1", 0);
-    std::thread([] { server.run(); }).detach();
+    monsrv::server_options options;
+    options.root = SAMPLED_TREE;
+    options.simulate_board = true;
+    auto* server = new monsrv::monitor_server(options); // it runs until the process ends
+    const int port = server->bind("127.0.0.1", 0);
+    std::thread([server] { server->run(); }).detach();
     return port;
 }
 
