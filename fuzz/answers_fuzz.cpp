@@ -198,7 +198,7 @@ std::vector<std::string> read_parts(fuzz::input& in) {
 // Takes what is left of an answer: the socket sends no request before.
 void take_rest(client_comm& connection) {
     char part;
-    while (zmq_recv(connection.get_socket(), &part, 1, 0) >= 0) {
+    while (fuzz::receive(connection.get_socket(), &part, 1) >= 0) {
     }
     fuzz::expect(zmq_errno() == EFSM, "no connection any more");
 }

@@ -3,6 +3,7 @@
 
 #include "platform_log.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -61,6 +62,14 @@ std::ostream& report() {
     static std::unique_ptr<std::ostream> stream;
     stream = std::make_unique<std::ostream>(&dropped);
     return *stream;
+}
+
+int receive(void* socket, void* buffer, std::size_t size) {
+    int n = -1;
+    do
+        n = zmq_recv(socket, buffer, size, 0);
+    while (n == -1 && zmq_errno() == EINTR);
+    return n;
 }
 
 int bound_port(void* socket) {

@@ -1,5 +1,5 @@
-// What the fuzz targets share: the input cut into pieces, pieces in memory of their own, answers put
-// in front of a manager, and differences that end the run.
+// What the fuzz targets share: the input cut into pieces, pieces in memory of their own, answers
+// put in front of a manager, and differences that end the run.
 #ifndef MONCL_FUZZ_SUPPORT_H
 #define MONCL_FUZZ_SUPPORT_H
 
@@ -83,6 +83,9 @@ void answer(Manager& manager, const std::shared_ptr<Parser>& parser, int sub_com
     if (manager.handle_request(parser) >= 0)
         manager.show_result(parser, report());
 }
+
+/// zmq_recv without flags, going on after a signal: a timer of the fuzzer's sends one now and then.
+int receive(void* socket, void* buffer, std::size_t size);
 
 /// The port in the endpoint that @p socket is bound to.
 int bound_port(void* socket);

@@ -17,8 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     peri_stat_manager manager;
     const bool result = manager.mem_parser->parse_meminfo(text.data()) == 1;
     fuzz::expect(result == decoded, "result");
-    fuzz::expect(std::memcmp(&manager.mem_parser->mem, &expected, sizeof expected) == 0,
-                 "figures");
+    fuzz::expect(std::memcmp(&manager.mem_parser->mem, &expected, sizeof expected) == 0, "figures");
     manager.show_result(manager.mem_parser, fuzz::report());
     return 0;
 }

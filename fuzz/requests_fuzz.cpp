@@ -50,7 +50,7 @@ public:
 private:
     int receive(data_struct& header) {
         unsigned char packet[answer_frame_size] = {};
-        const int n = zmq_recv(socket_, packet, sizeof packet, 0);
+        const int n = fuzz::receive(socket_, packet, sizeof packet);
         fuzz::expect(n >= 0, "no answer");
         std::memcpy(&header, packet, frame_header_size);
         return n;

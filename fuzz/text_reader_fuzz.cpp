@@ -1,4 +1,5 @@
-// The text scanner, read by read, compared with a stream. The input is the reads, a NUL and the text.
+// The text scanner, read by read, compared with a stream. The input is the reads, a NUL and the
+// text.
 #include "fuzz_support.h"
 #include "text_reader.h"
 
