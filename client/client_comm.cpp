@@ -87,7 +87,7 @@ int client_comm::req_client_id() {
     }
     client_id = recv_data->msg[0];
     if (client_id == 0)
-        log_error("Recv client_id is Unavailable\n");
+        log_error("%s", "Recv client_id is Unavailable\n");
     __android_log_print(ANDROID_LOG_INFO, tag, "Client get new id %d\n", client_id);
     return 0;
 }
