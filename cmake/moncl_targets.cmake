@@ -4,8 +4,6 @@ function(moncl_target_defaults target)
   target_compile_features(${target} PUBLIC cxx_std_17)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
-  # The wire's frame ends in a flexible array, which GCC takes __extension__ to allow.
-  target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:Clang>:-Wno-c99-extensions>)
   if(MONCL_WARNINGS_AS_ERRORS)
     target_compile_options(${target} PRIVATE -Werror)
   endif()

@@ -1,29 +1,27 @@
-// The request cycle, with a manager and a parser of the test's own.
-#include "request_handler.h"
+// The request cycle, with a manager and a parser of the test's own; and managers without a server.
+#include "manager_support.h"
+#include "net_stat_manager.h"
+#include "nnu_ratio_manager.h"
+#include "peri_stat_manager.h"
+#include "sys_info_manager.h"
+#include "vio_info_manager.h"
 
-#include "log_capture.h"
-#include "scripted_server.h"
-
-#include <gtest/gtest.h>
-#include <sstream>
-#include <thread>
+#include "cpu_stat_manager.h"
 
 namespace {
 struct word_parser {
     std::string word = "nothing";
     int result = 0;
 };
+using parser_handle = std::shared_ptr<word_parser>;
 
-class own_manager : public ns_req_template::request_handler {
-public:
+struct own_manager : ns_req_template::request_handler {
     explicit own_manager(std::shared_ptr<client_comm> connection) {
         client = std::move(connection);
         request_cmd = 4711;
         log_tag = "OWN";
     }
 };
-
-using parser_handle = std::shared_ptr<word_parser>;
 } // namespace
 
 template<>
@@ -39,29 +37,17 @@ void ns_req_template::request_handler::show_result(parser_handle parser, std::os
 }
 
 TEST(request_handler, sends_receives_decodes_and_reports) {
-    log_capture log;
-    scripted_server server;
-    own_manager manager(server.connect());
+    served<own_manager> with;
     auto parser = std::make_shared<word_parser>();
-    log = log_capture();
-
-    server.next_text(5, "hello");
     std::ostringstream out;
-    EXPECT_EQ(manager.get_sys_info(5, parser, &out), 0);
-    EXPECT_EQ(out.str(), "word: hello");
-    std::uint8_t three[3] = {1, 2, 3};
+    log_capture log;
+    with.server.next_text(5, "hello");
+    EXPECT_EQ(with.sent(with.m.get_sys_info(5, parser, &out)), "1267:5");
+    std::uint8_t payload[1025] = {1, 2, 3};
     parser->result = 1; // a decode that returns more than 0 is a success
-    server.next_text(6, "again");
-    EXPECT_EQ(manager.get_req_info(6, three, 3, parser, nullptr), 0);
-    EXPECT_EQ(parser->word, "again");
-    const std::vector<std::string> requests = server.take_requests();
-    EXPECT_EQ(header_of(requests.at(0)).command, 4711);
-    EXPECT_EQ(header_of(requests.at(0)).sub_command, 5);
-    EXPECT_EQ(requests.at(0).substr(44), std::string(8, '\0'));
-    EXPECT_EQ(requests.at(1).substr(44, 3), "\1\2\3");
-    EXPECT_TRUE(log.lines().empty());
-
-    std::uint8_t long_payload[1025] = {};
+    with.server.next_text(6, "again");
+    EXPECT_EQ(with.sent(with.m.get_req_info(6, payload, 3, parser, nullptr)), "1267:6=010203");
+    EXPECT_EQ(log.take(), "");
     const struct {
         int size;
         answer_packets answer;
@@ -69,50 +55,59 @@ TEST(request_handler, sends_receives_decodes_and_reports) {
         int result;
         const char* logged;
     } failures[] = {
-        {1025, {}, 0, -1, "6 OWN: Send message error with -1"},
-        {-1, {}, 0, -1, "6 OWN: Send message error with -1"},
-        {4, {error_packet(5, -7)}, 0, -7, "6 OWN: Receive message error with -7"},
-        {4, {packet(5, "x")}, -9, -9, "6 OWN: Handle request error with -9"},
-        {4, {}, 0, -3, "6 OWN: Receive message error with -3"}, // last: it spoils the socket
+        {1025, {}, 0, -1, "6 OWN: Send message error with -1\n"},
+        {-1, {}, 0, -1, "6 OWN: Send message error with -1\n"},
+        {4, {error_packet(5, -7)}, 0, -7, "6 OWN: Receive message error with -7\n"},
+        {4, {packet(5, "x")}, -9, -9, "6 OWN: Handle request error with -9\n"},
+        {4, {}, 0, -3, "6 OWN: Receive message error with -3\n"}, // last: it spoils the socket
     };
     for (const auto& c : failures) {
-        log = log_capture();
         if (c.size == 4)
-            server.next(c.answer);
+            with.server.next(c.answer);
         parser->result = c.decode;
-        EXPECT_EQ(manager.get_req_info(5, long_payload, c.size, parser, &out), c.result);
-        EXPECT_TRUE(log.has(c.logged)) << c.logged;
+        EXPECT_EQ(with.m.get_req_info(5, payload, c.size, parser, &out), c.result);
+        EXPECT_NE(log.take().find(c.logged), std::string::npos) << c.logged;
         EXPECT_EQ(parser->word, "again");
-        EXPECT_TRUE(manager.req_lock.try_lock());
-        manager.req_lock.unlock();
+        ASSERT_TRUE(with.m.req_lock.try_lock());
+        with.m.req_lock.unlock();
     }
     EXPECT_EQ(out.str(), "word: hello");
-    close_at_once(*manager.client);
-}
-
-TEST(request_handler, refuses_queries_without_a_connection) {
-    log_capture log;
-    own_manager manager(nullptr);
-    EXPECT_EQ(manager.get_sys_info(1, std::make_shared<word_parser>(), nullptr), -2);
-    EXPECT_TRUE(log.has("6 OWN: Send message error with -2"));
+    EXPECT_EQ(own_manager(nullptr).get_sys_info(1, parser, nullptr), -2);
 }
 
 TEST(request_handler, keeps_the_cycles_of_several_threads_apart) {
-    scripted_server server;
-    server.answer([](int, int sub_command, const std::string&) {
-        return answer_packets{packet(sub_command, std::to_string(sub_command))};
+    served<own_manager> with;
+    with.server.answer([](int, int sub, const std::string&) {
+        return answer_packets{packet(sub, std::to_string(sub))};
     });
-    own_manager manager(server.connect());
     std::vector<std::thread> threads;
     for (int t = 1; t <= 4; ++t)
-        threads.emplace_back([&manager, t] {
+        threads.emplace_back([&with, t] {
             auto parser = std::make_shared<word_parser>();
             for (int i = 0; i < 100; ++i) {
-                ASSERT_EQ(manager.get_sys_info(t, parser, nullptr), 0);
+                ASSERT_EQ(with.m.get_sys_info(t, parser, nullptr), 0);
                 ASSERT_EQ(parser->word, std::to_string(t));
             }
         });
     for (std::thread& thread : threads)
         thread.join();
-    close_at_once(*manager.client);
+}
+
+TEST(request_handler, managers_without_a_server_say_who_they_are) {
+    EXPECT_EQ(thrown_by<cpu_stat_manager>(), repeated("CPU connect to server failed", 2));
+    EXPECT_EQ(thrown_by<peri_stat_manager>(), repeated("PERI connect to server failed", 2));
+    EXPECT_EQ(thrown_by<net_stat_manager>(), repeated("NET connect to server failed", 2));
+    EXPECT_EQ(thrown_by<nnu_ratio_manager>(), repeated("NNU connect to server failed", 2));
+    EXPECT_EQ(thrown_by<vio_info_manager>(), repeated("VIO connect to server failed", 2));
+    log_capture log;
+    EXPECT_EQ(peri_stat_manager().get_meminfo(nullptr), -2);
+    EXPECT_EQ(net_stat_manager().add_net_monitor_process(1), -2);
+    EXPECT_EQ(nnu_ratio_manager().get_nnu0_ratio(nullptr), -2);
+    EXPECT_EQ(vio_info_manager().get_isp_info(), -2);
+    std::string expected;
+    for (const char* tag : {"PERI", "NET", "NNU", "VIO"})
+        expected += std::string("6 MONCL_") + tag + ": Send message error with -2\n";
+    EXPECT_EQ(log.take(), expected);
+    { cpu_stat_manager leaves_silently; }
+    EXPECT_EQ(log.take(), "");
 }

@@ -5,32 +5,60 @@
 
 #include "client_comm.h"
 
+#include <cstring>
 #include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
+#include <sys/eventfd.h>
 #include <thread>
+#include <unistd.h>
+#include <utility>
 #include <vector>
+#include <zmq.h>
 
 /// The packets of one answer; none at all: silence.
 using answer_packets = std::vector<std::string>;
 
-/// What may be wrong with a packet.
-struct packet_options {
-    int msg_len = -1;      ///< -1: the payload's length
-    bool negative = false; ///< take `msg_len` as it is, -1 included
-    unsigned int crc = 0;
-    std::size_t size = 8240; ///< bytes sent; shorter cuts, longer pads with 'x'
-};
-
+/// One answer packet of 8240 bytes, true or not about its length and checksum.
+inline std::string packet(int sub_command, const std::string& payload, int msg_len,
+                          unsigned crc = 0) {
+    data_struct header{};
+    header.sub_command = sub_command;
+    header.msg_len = msg_len;
+    header.crc = crc;
+    std::string bytes(reinterpret_cast<const char*>(&header), frame_header_size);
+    bytes += payload;
+    bytes.resize(answer_frame_size);
+    return bytes;
+}
 /// One answer packet as the server would send it.
-std::string packet(int sub_command, const std::string& payload, const packet_options& how = {});
+inline std::string packet(int sub_command, const std::string& payload) {
+    return packet(sub_command, payload, static_cast<int>(payload.size()));
+}
 /// A packet whose `msg_len` is a server's error code.
-std::string error_packet(int sub_command, int code);
+inline std::string error_packet(int sub_command, int code) {
+    return packet(sub_command, "", code);
+}
 
 /// The header of a recorded request.
-data_struct header_of(const std::string& frame);
+inline data_struct header_of(const std::string& frame) {
+    data_struct header{};
+    std::memcpy(&header, frame.data(), std::min<std::size_t>(frame.size(), frame_header_size));
+    return header;
+}
+
+/// Closes @p connection's socket without waiting for what is unsent, as a front end does that
+/// starts over.
+inline void close_at_once(client_comm& connection) {
+    const int linger_ms = 0;
+    if (connection.get_socket() == nullptr)
+        return;
+    zmq_setsockopt(connection.get_socket(), ZMQ_LINGER, &linger_ms, sizeof linger_ms);
+    connection.close_connect();
+}
 
 /// Answers the client-id handshake by itself (with `granted_id`) unless told otherwise.
 class scripted_server {
@@ -38,37 +66,109 @@ public:
     using script =
         std::function<answer_packets(int command, int sub_command, const std::string& request)>;
 
-    explicit scripted_server(int port = 0);
-    ~scripted_server();
+    scripted_server() {
+        client_comm::client_id = 0; // of an earlier server of this process
+        char bound[64];
+        std::size_t size = sizeof bound;
+        if (zmq_bind(socket_, "tcp://127.0.0.1:*") != 0)
+            throw std::runtime_error(zmq_strerror(zmq_errno()));
+        zmq_getsockopt(socket_, ZMQ_LAST_ENDPOINT, bound, &size);
+        port_ = std::stoi(std::strrchr(bound, ':') + 1);
+        thread_ = std::thread([this] { serve(); });
+    }
+    ~scripted_server() {
+        const int linger_ms = 0;
+        eventfd_write(stop_event_, 1);
+        thread_.join();
+        zmq_setsockopt(socket_, ZMQ_LINGER, &linger_ms, sizeof linger_ms);
+        zmq_close(socket_);
+        zmq_ctx_term(context_);
+        close(stop_event_);
+    }
     scripted_server(const scripted_server&) = delete;
     scripted_server& operator=(const scripted_server&) = delete;
 
     int port() const { return port_; }
     /// A connection to this server, connected; further parts end at the last one if @p whole.
-    std::shared_ptr<client_comm> connect(bool whole = false) const;
-    /// Queues the answer to a request other than the handshake. Without any, @p script or a packet
+    std::shared_ptr<client_comm> connect(bool whole = false) const {
+        auto connection = std::make_shared<client_comm>("127.0.0.1", port_);
+        connection->stop_at_last_part(whole);
+        if (connection->connect_to_server() != 0)
+            throw std::runtime_error("scripted server: no connection");
+        return connection;
+    }
+    /// Queues the answer to a request other than the handshake. Without any, the script or a packet
     /// of zeros answers.
-    void next(answer_packets packets);
+    void next(answer_packets packets) {
+        std::lock_guard<std::mutex> guard(lock_);
+        queue_.push_back(std::move(packets));
+    }
     void next_text(int sub_command, const std::string& text) { next({packet(sub_command, text)}); }
     /// Answers what has no queued answer.
-    void answer(script how);
+    void answer(script how) {
+        std::lock_guard<std::mutex> guard(lock_);
+        script_ = std::move(how);
+    }
     /// Answers the handshake too by queue and script.
     void script_handshake() { scripted_handshake_ = true; }
-    /// Requests other than the handshake since the last call.
-    std::vector<std::string> take_requests();
     /// All requests since the last call.
-    std::vector<std::string> take_all_requests();
+    std::vector<std::string> take_all_requests() {
+        std::lock_guard<std::mutex> guard(lock_);
+        return std::exchange(requests_, {});
+    }
+    /// Requests other than the handshake since the last call.
+    std::vector<std::string> take_requests() {
+        std::vector<std::string> wanted;
+        for (std::string& request : take_all_requests())
+            if (header_of(request).command != client_id_command)
+                wanted.push_back(std::move(request));
+        return wanted;
+    }
 
     unsigned char granted_id = 7;
 
 private:
-    void serve();
-    answer_packets answer_to(const std::string& request);
+    answer_packets answer_to(const std::string& request) {
+        const data_struct header = header_of(request);
+        std::lock_guard<std::mutex> guard(lock_);
+        requests_.push_back(request);
+        if (header.command == client_id_command && !scripted_handshake_)
+            return {packet(header.sub_command, std::string(1, static_cast<char>(granted_id)))};
+        if (queue_.empty())
+            return script_ ? script_(header.command, header.sub_command, request)
+                           : answer_packets{packet(header.sub_command, "")};
+        answer_packets packets = std::move(queue_.front());
+        queue_.pop_front();
+        return packets;
+    }
 
-    void* context_;
-    void* socket_;
-    int port_;
-    int stop_event_;
+    void serve() {
+        zmq_pollitem_t items[] = {{socket_, 0, ZMQ_POLLIN, 0},
+                                  {nullptr, stop_event_, ZMQ_POLLIN, 0}};
+        for (;;) {
+            zmq_poll(items, 2, -1);
+            if (items[1].revents != 0)
+                return;
+            char part[65536]; // the peer's name, nothing, the request
+            const int name = zmq_recv(socket_, part, 256, 0);
+            zmq_recv(socket_, part + name, 0, 0);
+            const int n = zmq_recv(socket_, part + name, sizeof part - 256, 0);
+            const answer_packets packets =
+                answer_to(std::string(part + name, static_cast<std::size_t>(n)));
+            if (packets.empty())
+                continue;
+            zmq_send(socket_, part, static_cast<std::size_t>(name), ZMQ_SNDMORE);
+            zmq_send(socket_, "", 0, ZMQ_SNDMORE);
+            for (std::size_t i = 0; i < packets.size(); ++i)
+                zmq_send(socket_, packets[i].data(), packets[i].size(),
+                         i + 1 < packets.size() ? ZMQ_SNDMORE : 0);
+        }
+    }
+
+    void* context_ = zmq_ctx_new();
+    void* socket_ = zmq_socket(context_, ZMQ_ROUTER);
+    int stop_event_ = eventfd(0, EFD_CLOEXEC);
+    int port_ = 0;
     std::mutex lock_;
     std::vector<std::string> requests_;
     std::deque<answer_packets> queue_;
@@ -76,9 +176,5 @@ private:
     bool scripted_handshake_ = false;
     std::thread thread_;
 };
-
-/// Closes @p connection's socket without waiting for what is unsent, as a front end does that
-/// starts over.
-void close_at_once(client_comm& connection);
 
 #endif
