@@ -2,6 +2,7 @@
 #include "fuzz_support.h"
 #include "stream_way.h"
 
+#include <iostream>
 #include <stdexcept>
 #include <tuple>
 
@@ -21,6 +22,7 @@ bool is_small(const std::string& text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const fuzz::text_payload text(fuzz::input(data, size).text());
     interrupt_parser parser;
+    std::cout.setf(size % 2 == 0 ? std::ios::left : std::ios::right, std::ios::adjustfield);
     const bool decoded = parser.parse_interrupt(text.data()) == 1;
     if (!is_small(text.text()))
         return 0;

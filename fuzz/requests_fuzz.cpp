@@ -7,6 +7,7 @@
 #include "fuzz_support.h"
 #include "monitor_server.h"
 
+#include <cerrno>
 #include <thread>
 #include <zmq.h>
 
@@ -28,12 +29,23 @@ public:
     void probe() {
         data_struct header{};
         header.command = probe_command;
+        header.sub_command = ++probes_;
         send({}, true);
         send({reinterpret_cast<const char*>(&header), frame_header_size}, false);
     }
 
-    // Takes one answer. Returns whether it is the probe's.
-    bool take_answer() {
+    // Takes all answers up to the probe's.
+    void take_answers(bool refusals) {
+        for (;;) {
+            const data_struct header = take_answer();
+            if (header.command == probe_command && header.sub_command == probes_)
+                return;
+            fuzz::expect(!refusals || header.msg_len == -EBADMSG, "a malformed request served");
+        }
+    }
+
+private:
+    data_struct take_answer() {
         data_struct header{};
         while (receive(header) != 0) { // whatever stood in front of the request
         }
@@ -44,10 +56,8 @@ public:
             fuzz::expect(header.crc == 0, "checksum");
         } while (more());
         fuzz::expect(header.sum_packet == received, "number of packets");
-        return header.command == probe_command;
+        return header;
     }
-
-private:
     int receive(data_struct& header) {
         unsigned char packet[answer_frame_size] = {};
         const int n = fuzz::receive(socket_, packet, sizeof packet);
@@ -63,6 +73,7 @@ private:
     }
 
     void* socket_ = zmq_socket(zmq_ctx_new(), ZMQ_DEALER);
+    int probes_ = 0;
 };
 
 int start_server() {
@@ -75,16 +86,31 @@ int start_server() {
     return port;
 }
 
-void send_message(raw_client& client, fuzz::input& in) {
+bool is_malformed(std::string_view frame) {
+    data_struct header{};
+    if (frame.size() < frame_header_size)
+        return true;
+    std::memcpy(&header, frame.data(), frame_header_size);
+    const auto room = static_cast<std::ptrdiff_t>(frame.size() - frame_header_size);
+    return header.msg_len < 0 || header.msg_len > std::min<std::ptrdiff_t>(room, 1024) ||
+           header.crc != 0;
+}
+
+// Returns whether the server must refuse the message, however much of it makes sense.
+bool send_message(raw_client& client, fuzz::input& in) {
+    bool refused = false;
     bool first = true;
     for (bool more = true; more; first = false) {
         const int flags = in.byte();
         const std::string_view part = in.piece();
         more = (flags & 1) != 0 && !in.empty();
-        if (first && (flags & 2) == 0)
+        if (first && (flags & 2) == 0) {
+            refused = is_malformed(part);
             client.send({}, true);
+        }
         client.send(part, more);
     }
+    return refused;
 }
 } // namespace
 
@@ -92,10 +118,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static raw_client client(start_server());
     fuzz::input in(data, size);
     for (int i = 0; i < fuzz::most_pieces && !in.empty(); ++i) {
-        send_message(client, in);
+        const bool refused = send_message(client, in);
         client.probe();
-        while (!client.take_answer()) {
-        }
+        client.take_answers(refused);
     }
     return 0;
 }
