@@ -9,41 +9,22 @@
 #include "sampler_asker.h"
 
 namespace {
-// Sends bytes as they are and returns the first packet of the answer.
-class raw_client {
-public:
-    explicit raw_client(int port) {
-        const int times_ms[] = {0, 10000};
-        zmq_setsockopt(socket_, ZMQ_LINGER, times_ms, sizeof(int));
-        zmq_setsockopt(socket_, ZMQ_RCVTIMEO, times_ms + 1, sizeof(int));
-        zmq_connect(socket_, ("tcp://127.0.0.1:" + std::to_string(port)).c_str());
-    }
-    ~raw_client() {
-        zmq_close(socket_);
-        zmq_ctx_term(context_);
-    }
-    void send(const std::string& part, int flags = 0) {
-        zmq_send(socket_, part.data(), part.size(), flags);
-    }
-    std::string ask(const std::string& request) {
-        send(request);
-        char answer[9000];
-        return {answer, static_cast<std::size_t>(std::max(zmq_recv(socket_, answer, 9000, 0), 0))};
-    }
-
-private:
-    void* context_ = zmq_ctx_new();
-    void* socket_ = zmq_socket(context_, ZMQ_REQ);
-};
+// Sends @p request as it is: the answer's error code or its size.
+int ask(client_comm& connection, const std::string& request, int flags = 0) {
+    zmq_send(connection.get_socket(), request.data(), request.size(), flags);
+    return flags != 0 ? 0 : connection.recv_msg_from_server();
+}
 } // namespace
 
 TEST(monitor_server, refuses_what_it_does_not_understand_and_goes_on) {
-    running_server server;
-    raw_client client(server.port());
+    const running_server server;
+    const auto client = server.connect();
     auto with = [](int command, int sub, int msg_len, std::size_t size = 52) {
-        const std::string frame = native(command) + native(sub) + native(msg_len);
-        return field(frame, size);
+        return field(native(command) + native(sub) + native(msg_len), size);
     };
+    // An oversized message costs its sender the connection, nobody else's.
+    const auto flood = server.connect();
+    ask(*flood, std::string(70000, 'x'), ZMQ_DONTWAIT);
     const std::pair<std::string, int> cases[] = {
         {with(1, 1, 4), -ENOSYS},
         {with(0xAE02, 999, 4), -ENOSYS},
@@ -56,33 +37,32 @@ TEST(monitor_server, refuses_what_it_does_not_understand_and_goes_on) {
         {with(0xAE02, 1, 1025, 2000), -EBADMSG},
         {with(0xAE02, 1, -1), -EBADMSG},
         {with(0xAE02, 1, 4).replace(40, 1, "\7"), -EBADMSG},
-        {with(0xAE02, 1, 0, 44), 1},
-        {with(0xAE02, 1, 4), 1},
-    };
-    // An oversized message costs its sender the connection, nobody else's.
-    raw_client flood(server.port());
-    flood.send(std::string(70000, 'x'));
-    client.send(with(0xAE02, 1, 4), ZMQ_SNDMORE); // the first part of two counts
-    for (const auto& [request, result] : cases) {
-        const std::string answer = client.ask(request);
-        ASSERT_EQ(answer.size(), 8240U);
-        EXPECT_EQ(std::min(header_of(answer).msg_len, 1), request.empty() ? 1 : result);
-        EXPECT_EQ(header_of(answer).crc, 0U);
-    }
+        {with(0xAE02, 1, 0, 44), 8240},
+        {with(0xAE02, 1, 4), 8240}};
+    for (const auto& [request, result] : cases)
+        EXPECT_EQ(ask(*client, request), result);
+    ask(*client, with(0xAE02, 1, 4), ZMQ_SNDMORE);
+    EXPECT_EQ(ask(*client, "second part"), 8240);
+    close_at_once(*flood);
+    close_at_once(*client);
 }
 
 TEST(monitor_server, grants_ids_until_none_is_left) {
-    running_server server;
-    raw_client client(server.port());
-    client_comm::client_id = 0;
-    const std::string ask = request_bytes(0xEAEA, 1, "");
-    for (int id = 1; id <= 255; ++id)
-        ASSERT_EQ(static_cast<unsigned char>(client.ask(ask)[44]), id);
-    EXPECT_EQ(client.ask(ask)[44], 0);
-    const std::string give_back = request_bytes(0xEAEA, 2, "M");
-    EXPECT_EQ(header_of(client.ask(give_back)).msg_len, 0);
-    EXPECT_EQ(header_of(client.ask(give_back)).msg_len, -EINVAL);
-    EXPECT_EQ(client.ask(ask)[44], 'M');
+    const running_server server;
+    const auto client = server.connect(); // has id 1
+    const std::string wanted = request_bytes(0xEAEA, 1, "");
+    const unsigned char& id = client->get_recv_data()->msg[0];
+    for (int expected = 2; expected <= 255; ++expected) {
+        ask(*client, wanted);
+        ASSERT_EQ(id, expected);
+    }
+    ask(*client, wanted);
+    EXPECT_EQ(id, 0);
+    EXPECT_EQ(ask(*client, request_bytes(0xEAEA, 2, "M")), 8240);
+    EXPECT_EQ(ask(*client, request_bytes(0xEAEA, 2, "M")), -EINVAL);
+    ask(*client, wanted);
+    EXPECT_EQ(id, 'M');
+    close_at_once(*client);
 }
 
 TEST(client_ids, keep_ids_of_before_a_restart_and_reclaim_abandoned_ones_last) {
@@ -93,25 +73,12 @@ TEST(client_ids, keep_ids_of_before_a_restart_and_reclaim_abandoned_ones_last) {
     EXPECT_EQ(ids.grant(start), 2);
     for (int i = 3; i <= 255; ++i)
         ids.grant(start + minutes(30));
-    EXPECT_EQ(ids.held(), 255);
     EXPECT_EQ(ids.grant(start + minutes(59)), 0);
     ids.seen(1, start + minutes(60));
     EXPECT_EQ(ids.grant(start + minutes(61)), 2);
     EXPECT_TRUE(ids.give_back(200));
     EXPECT_FALSE(ids.give_back(200) || ids.give_back(0));
     EXPECT_EQ(ids.grant(start + minutes(300)), 200);
-}
-
-TEST(reply, holds_one_packet_unless_parts_are_allowed) {
-    monsrv::reply one;
-    EXPECT_FALSE(one.add_lines(std::string(8189, 'a') + "\nb\nc\n"));
-    EXPECT_EQ(one.bytes.size(), 8190U) << "whole lines, and room for the NUL";
-    EXPECT_FALSE(one.add_record(std::uint64_t{1}) || one.add("12345", 5) || one.add_lines("x\n"));
-    EXPECT_EQ(one.room(), 0U);
-    monsrv::reply many;
-    many.allow_parts();
-    EXPECT_TRUE(many.add_lines(std::string(409599, 'a')));
-    EXPECT_EQ(many.room(), 1U);
 }
 
 TEST(first_samplers, answer_from_a_tree_of_another_machine) {

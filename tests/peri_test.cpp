@@ -69,38 +69,32 @@ TEST(peri, reports) {
     auto all = [&m](const std::string& bytes) { return report(m, m.all_th_parser, 19, bytes); };
     auto ion = [&m](const std::string& bytes) { return report(m, m.ion_parser, 24, bytes); };
     auto part = [&m](const std::string& bytes) { return report(m, m.part_parser, 25, bytes); };
-    const std::string largest = "18446744073709551615";
+    const std::string most = "18446744073709551615";
     const std::string n16(16, 'n');
     const std::string n32(32, 'n');
-    const std::pair<std::string, std::string> cases[] = {
-        // Single values: each case starts from the value of the one before.
-        {th("45000\n"), "45000"},
-        {th(""), "45000"},
-        {th(" \n\t\n"), "45000"},
-        {th("30000\nhot"), "0"},
-        {th("hot\n \t31000 mC"), "31000"},
-        {th("18446744073709551616"), largest},
-        {th("-1"), largest},
-        {co("3"), "3"},
-        {co("\n"), "3"},
-        {co("x"), "0"},
-        // The list begins anew with each answer, its first value at 0.
-        {all(thermals(0, 0, "")), "Thermal(mC):    Cooling_stat:   "},
-        {all(thermals(2, 3, "1|2\n|45000\n|46000|47000|")),
-         "Thermal(mC):    45000  46000  47000  Cooling_stat:   1      2      "},
-        {all(thermals(3, 3, "|5|||7\n8|x|")),
-         "Thermal(mC):    0      8      0      Cooling_stat:   0      5      5      "},
-        {all(thermals(1, 2, "4|")), "Thermal(mC):    0      0      Cooling_stat:   4      "},
-        {all(thermals(0, 2, "12345678|1|")), "Thermal(mC):    123456781      Cooling_stat:   "},
-        {ion(counted(0, "")), ""},
-        {ion(counted(1, heap("carveout", 0))), "carveout: 0.0B"},
-        {ion(counted(2, heap(n16, 1536) + heap("cma", 1 << 30))), n16 + ": 1.5K, cma: 1.0G"},
-        {part(counted(0, "")), "Partition Avail/Size: "},
-        {part(counted(2, partition("system", 1, 3, 512) + partition(n32, 2048, 4096, 4096))),
-         "Partition Avail/Size: system: 512.0B/1.5K, " + n32 + ": 8.0M/16.0M"},
-    };
-    for (const auto& [shown, expected] : cases)
-        EXPECT_EQ(shown, expected);
+    // Single values: each case starts from the value of the one before.
+    expect_each(th, {{"45000\n", "45000"},
+                     {"", "45000"},
+                     {" \n\t\n", "45000"},
+                     {"1\nhot", "0"},
+                     {"hot\n \t31000 mC", "31000"},
+                     {"18446744073709551616", most},
+                     {"-1", most}});
+    expect_each(co, {{"3", "3"}, {"\n", "3"}, {"x", "0"}});
+    // The list begins anew with each answer, its first value at 0.
+    expect_each(
+        all, {{thermals(0, 0, ""), "Thermal(mC):    Cooling_stat:   "},
+              {thermals(2, 3, "1|2\n|45000\n|46000|47000|"),
+               "Thermal(mC):    45000  46000  47000  Cooling_stat:   1      2      "},
+              {thermals(3, 3, "|5|||7\n8|x|"),
+               "Thermal(mC):    0      8      0      Cooling_stat:   0      5      5      "},
+              {thermals(0, 2, "12345678|1|"), "Thermal(mC):    123456781      Cooling_stat:   "}});
+    expect_each(ion,
+                {{counted(0, ""), ""},
+                 {counted(2, heap(n16, 1536) + heap("cma", 1 << 30)), n16 + ": 1.5K, cma: 1.0G"}});
+    expect_each(part, {{counted(0, ""), "Partition Avail/Size: "},
+                       {counted(2, partition("a", 1, 3, 512) + partition(n32, 2048, 4096, 4096)),
+                        "Partition Avail/Size: a: 512.0B/1.5K, " + n32 + ": 8.0M/16.0M"}});
 }
 
 TEST(peri, block_rates_between_two_answers) {
@@ -108,39 +102,28 @@ TEST(peri, block_rates_between_two_answers) {
     const std::string two = "Device         sda            sdb            \nRd/Wr(KB/s) ";
     const std::string name(32, 'd');
     const std::string one = "Device         " + name + "\nRd/Wr(KB/s) ";
-    const struct {
-        timeval time;
-        std::string payload, expected;
-    } answers[] = {
-        {{100, 0},
-         counted(2, device("sda", 10, 20) + device("sdb", 0, 0)),
-         two + "      0/0            0/0      "},
-        {{102, 0},
-         counted(2, device("sda", 1010, 21) + device("sdb", 0, 3)),
-         two + "    500/0.5          0/1.5    "},
+    auto pair = [](std::uint64_t a, std::uint64_t b, std::uint64_t c, std::uint64_t d) {
+        return counted(2, device("sda", a, b) + device("sdb", c, d));
+    };
+    const std::tuple<timeval, std::string, std::string> answers[] = {
+        {{100, 0}, pair(10, 20, 0, 0), two + "      0/0            0/0      "},
+        {{102, 0}, pair(1010, 21, 0, 3), two + "    500/0.5          0/1.5    "},
         // Six significant digits, and fields that are too narrow.
-        {{103, 0},
-         counted(2, device("sda", 1235577, 30) + device("sdb", 1, 12345678)),
-         two + "1.23457e+06/9            1/1.23457e+07"},
+        {{103, 0}, pair(1235577, 30, 1, 12345678), two + "1.23457e+06/9            1/1.23457e+07"},
         // A counter that runs backwards wraps.
-        {{104, 500000},
-         counted(2, device("sda", 0, 30) + device("sdb", 1, 12345677)),
-         two + "1.22978e+19/0            0/1.22978e+19"},
-        {{104, 501999},
-         counted(2, device("sda", 1, 30) + device("sdb", 1, 12345677)),
-         two + "   1000/0            0/0      "},
+        {{104, 500000}, pair(0, 30, 1, 12345677), two + "1.22978e+19/0            0/1.22978e+19"},
+        {{104, 501999}, pair(1, 30, 1, 12345677), two + "   1000/0            0/0      "},
         // Another number of devices: rates start again.
         {{105, 0}, counted(1, device(name, 7, big)), one + "      0/0      "},
         {{106, 0}, counted(1, device(name, 8, big + 512)), one + "      1/512    "},
         {{106, 999}, counted(1, device(name, 9, big + 513)), one + "    inf/inf    "},
-        {{107, 0}, counted(0, ""), "Device         \nRd/Wr(KB/s) "},
-    };
+        {{107, 0}, counted(0, ""), "Device         \nRd/Wr(KB/s) "}};
     served<peri_stat_manager> with;
     peri_stat_manager& m = with.m;
     block_stat_parser& block = *m.block_parser;
-    for (const auto& each : answers) {
-        EXPECT_EQ(report(m, m.block_parser, 20, each.payload, each.time), each.expected);
-        block.last_time = each.time;
+    for (const auto& [time, payload, expected] : answers) {
+        EXPECT_EQ(report(m, m.block_parser, 20, payload, time), expected);
+        block.last_time = time;
     }
     // A failed query leaves sample and time.
     with.server.next_text(20, counted(1, device("sda", 1, 2)));
@@ -155,33 +138,30 @@ TEST(peri, block_rates_between_two_answers) {
 }
 
 TEST(peri, takes_only_the_records_the_payload_holds) {
-    std::string bytes(8192, '\0');
-    for (std::size_t i = 0; i < bytes.size(); ++i)
-        bytes[i] = static_cast<char>(i * 7);
-    peri_stat_manager m;
-    for (std::size_t count = 0; count < 256; ++count) {
-        bytes[0] = static_cast<char>(count);
+    for (int count : {0, 1, 127, 128, 170, 171, 255}) {
+        std::string bytes = counted(count, "");
+        for (int i = 1; i < 8192; ++i)
+            bytes += static_cast<char>(i * 7);
         payload_area payload(bytes);
-        block_stat_parser block;
-        block.block_stat_parse(payload.data());
-        m.part_parser->partition_parse(payload.data());
-        m.ion_parser->parse_ion_info(payload.data());
-        const std::size_t disks = std::min<std::size_t>(count, 170);
-        const std::size_t parts = std::min<std::size_t>(count, 127);
-        const unsigned char* records = payload.data() + 1;
-        ASSERT_EQ(block.stats->num, disks);
-        ASSERT_EQ(m.part_parser->part_vec.size(), parts);
-        ASSERT_EQ(m.ion_parser->ion_vec.size(), count);
-        ASSERT_EQ(std::memcmp(block.stats->stat, records, disks * sizeof(block_stat)), 0);
-        if (count == 0)
-            continue;
-        ASSERT_EQ(std::memcmp(m.part_parser->part_vec.data(), records, parts * sizeof(part_info)),
-                  0);
-        ASSERT_EQ(std::memcmp(m.ion_parser->ion_vec.data(), records, count * sizeof(ion_info)), 0);
+        offline<peri_stat_manager> m;
+        m.block_parser->block_stat_parse(payload);
+        m.part_parser->partition_parse(payload);
+        m.ion_parser->parse_ion_info(payload);
+        const block_stats& disks = *m.block_parser->stats;
+        const auto& parts = m.part_parser->part_vec;
+        const auto& heaps = m.ion_parser->ion_vec;
+        EXPECT_EQ(line_of(+disks.num, parts.size(), heaps.size()),
+                  line_of(std::min(count, 170), std::min(count, 127), count));
+        auto same = [&payload](const void* records, std::size_t size) {
+            return size == 0 || std::memcmp(records, payload + 1, size) == 0;
+        };
+        EXPECT_TRUE(same(disks.stat, disks.num * sizeof(block_stat)));
+        EXPECT_TRUE(same(parts.data(), parts.size() * sizeof(part_info)));
+        EXPECT_TRUE(same(heaps.data(), heaps.size() * sizeof(ion_info)));
     }
     // Texts that end with the payload, and none behind it.
     all_thermal_parser all;
-    EXPECT_EQ(all.parse_all(payload_area("\2\xff" + std::string(8188, ' ') + "42").data()), 1);
+    EXPECT_EQ(all.parse_all(payload_area("\2\xff" + std::string(8188, ' ') + "42")), 1);
     EXPECT_EQ(all.all_co, (std::vector<std::uint64_t>{42, 42}));
     EXPECT_EQ(all.all_th, std::vector<std::uint64_t>(255, 0));
     EXPECT_THROW(thermal_parser().parse_thermal(nullptr), std::logic_error);

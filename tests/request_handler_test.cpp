@@ -1,4 +1,5 @@
 // The request cycle, with a manager and a parser of the test's own; and managers without a server.
+#include "cpu_stat_manager.h"
 #include "manager_support.h"
 #include "net_stat_manager.h"
 #include "nnu_ratio_manager.h"
@@ -6,7 +7,7 @@
 #include "sys_info_manager.h"
 #include "vio_info_manager.h"
 
-#include "cpu_stat_manager.h"
+#include <future>
 
 namespace {
 struct word_parser {
@@ -48,25 +49,19 @@ TEST(request_handler, sends_receives_decodes_and_reports) {
     with.server.next_text(6, "again");
     EXPECT_EQ(with.sent(with.m.get_req_info(6, payload, 3, parser, nullptr)), "1267:6=010203");
     EXPECT_EQ(log.take(), "");
-    const struct {
-        int size;
-        answer_packets answer;
-        int decode;
-        int result;
-        const char* logged;
-    } failures[] = {
-        {1025, {}, 0, -1, "6 OWN: Send message error with -1\n"},
-        {-1, {}, 0, -1, "6 OWN: Send message error with -1\n"},
-        {4, {error_packet(5, -7)}, 0, -7, "6 OWN: Receive message error with -7\n"},
-        {4, {packet(5, "x")}, -9, -9, "6 OWN: Handle request error with -9\n"},
-        {4, {}, 0, -3, "6 OWN: Receive message error with -3\n"}, // last: it spoils the socket
-    };
-    for (const auto& c : failures) {
-        if (c.size == 4)
-            with.server.next(c.answer);
-        parser->result = c.decode;
-        EXPECT_EQ(with.m.get_req_info(5, payload, c.size, parser, &out), c.result);
-        EXPECT_NE(log.take().find(c.logged), std::string::npos) << c.logged;
+    const std::tuple<int, answer_packets, int, int, std::string> failures[] = {
+        {1025, {}, 0, -1, "Send message"},
+        {-1, {}, 0, -1, "Send message"},
+        {4, {error_packet(5, -7)}, 0, -7, "Receive message"},
+        {4, {packet(5, "x")}, -9, -9, "Handle request"},
+        {4, {}, 0, -3, "Receive message"}}; // last: it spoils the socket
+    for (const auto& [size, answer, decode, result, what] : failures) {
+        if (size == 4)
+            with.server.next(answer);
+        parser->result = decode;
+        EXPECT_EQ(with.m.get_req_info(5, payload, size, parser, &out), result);
+        const std::string logged = "6 OWN: " + what + " error with " + std::to_string(result);
+        EXPECT_NE(log.take().find(logged + "\n"), std::string::npos) << logged;
         EXPECT_EQ(parser->word, "again");
         ASSERT_TRUE(with.m.req_lock.try_lock());
         with.m.req_lock.unlock();
@@ -80,34 +75,33 @@ TEST(request_handler, keeps_the_cycles_of_several_threads_apart) {
     with.server.answer([](int, int sub, const std::string&) {
         return answer_packets{packet(sub, std::to_string(sub))};
     });
-    std::vector<std::thread> threads;
+    std::vector<std::future<void>> threads;
     for (int t = 1; t <= 4; ++t)
-        threads.emplace_back([&with, t] {
+        threads.push_back(std::async(std::launch::async, [&with, t] {
             auto parser = std::make_shared<word_parser>();
             for (int i = 0; i < 100; ++i) {
                 ASSERT_EQ(with.m.get_sys_info(t, parser, nullptr), 0);
                 ASSERT_EQ(parser->word, std::to_string(t));
             }
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+        }));
 }
 
 TEST(request_handler, managers_without_a_server_say_who_they_are) {
-    EXPECT_EQ(thrown_by<cpu_stat_manager>(), repeated("CPU connect to server failed", 2));
-    EXPECT_EQ(thrown_by<peri_stat_manager>(), repeated("PERI connect to server failed", 2));
-    EXPECT_EQ(thrown_by<net_stat_manager>(), repeated("NET connect to server failed", 2));
-    EXPECT_EQ(thrown_by<nnu_ratio_manager>(), repeated("NNU connect to server failed", 2));
-    EXPECT_EQ(thrown_by<vio_info_manager>(), repeated("VIO connect to server failed", 2));
+    const auto nowhere = std::make_shared<client_comm>("127.0.0.1", -1);
+    EXPECT_EQ(thrown_by<cpu_stat_manager>(nowhere), "CPU connect to server failed");
+    EXPECT_EQ(thrown_by<peri_stat_manager>(nowhere), "PERI connect to server failed");
+    EXPECT_EQ(thrown_by<net_stat_manager>(nowhere), "NET connect to server failed");
+    EXPECT_EQ(thrown_by<nnu_ratio_manager>(nowhere), "NNU connect to server failed");
+    EXPECT_EQ(thrown_by<vio_info_manager>(nowhere), "VIO connect to server failed");
+    EXPECT_EQ(thrown_by<vio_info_manager>("127.0.0.1", -1), "VIO connect to server failed");
+    EXPECT_EQ(thrown_by<sysinfo_manager>("127.0.0.1", -1), "SYSINFO connect to server failed");
     log_capture log;
+    { cpu_stat_manager leaves_silently; }
     EXPECT_EQ(peri_stat_manager().get_meminfo(nullptr), -2);
     EXPECT_EQ(net_stat_manager().add_net_monitor_process(1), -2);
     EXPECT_EQ(nnu_ratio_manager().get_nnu0_ratio(nullptr), -2);
     EXPECT_EQ(vio_info_manager().get_isp_info(), -2);
-    std::string expected;
-    for (const char* tag : {"PERI", "NET", "NNU", "VIO"})
-        expected += std::string("6 MONCL_") + tag + ": Send message error with -2\n";
-    EXPECT_EQ(log.take(), expected);
-    { cpu_stat_manager leaves_silently; }
-    EXPECT_EQ(log.take(), "");
+    const std::string text = ": Send message error with -2\n";
+    EXPECT_EQ(log.take(), "6 MONCL_PERI" + text + "6 MONCL_NET" + text + "6 MONCL_NNU" + text +
+                              "6 MONCL_VIO" + text);
 }

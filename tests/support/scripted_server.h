@@ -12,9 +12,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <string>
-#include <sys/eventfd.h>
 #include <thread>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 #include <zmq.h>
@@ -60,7 +58,7 @@ inline void close_at_once(client_comm& connection) {
     connection.close_connect();
 }
 
-/// Answers the client-id handshake by itself (with `granted_id`) unless told otherwise.
+/// Answers the client-id handshake by itself, with `granted_id`.
 class scripted_server {
 public:
     using script =
@@ -70,6 +68,8 @@ public:
         client_comm::client_id = 0; // of an earlier server of this process
         char bound[64];
         std::size_t size = sizeof bound;
+        const int linger_ms = 0;
+        zmq_setsockopt(socket_, ZMQ_LINGER, &linger_ms, sizeof linger_ms);
         if (zmq_bind(socket_, "tcp://127.0.0.1:*") != 0)
             throw std::runtime_error(zmq_strerror(zmq_errno()));
         zmq_getsockopt(socket_, ZMQ_LAST_ENDPOINT, bound, &size);
@@ -77,13 +77,9 @@ public:
         thread_ = std::thread([this] { serve(); });
     }
     ~scripted_server() {
-        const int linger_ms = 0;
-        eventfd_write(stop_event_, 1);
+        zmq_ctx_shutdown(context_);
         thread_.join();
-        zmq_setsockopt(socket_, ZMQ_LINGER, &linger_ms, sizeof linger_ms);
-        zmq_close(socket_);
         zmq_ctx_term(context_);
-        close(stop_event_);
     }
     scripted_server(const scripted_server&) = delete;
     scripted_server& operator=(const scripted_server&) = delete;
@@ -97,8 +93,7 @@ public:
             throw std::runtime_error("scripted server: no connection");
         return connection;
     }
-    /// Queues the answer to a request other than the handshake. Without any, the script or a packet
-    /// of zeros answers.
+    /// Queues the answer to a request. Without any, the script or a packet of zeros answers.
     void next(answer_packets packets) {
         std::lock_guard<std::mutex> guard(lock_);
         queue_.push_back(std::move(packets));
@@ -109,30 +104,24 @@ public:
         std::lock_guard<std::mutex> guard(lock_);
         script_ = std::move(how);
     }
-    /// Answers the handshake too by queue and script.
-    void script_handshake() { scripted_handshake_ = true; }
-    /// All requests since the last call.
-    std::vector<std::string> take_all_requests() {
+    /// All requests since the last call, or all but the handshake.
+    std::vector<std::string> take_requests(bool handshake = false) {
         std::lock_guard<std::mutex> guard(lock_);
-        return std::exchange(requests_, {});
-    }
-    /// Requests other than the handshake since the last call.
-    std::vector<std::string> take_requests() {
         std::vector<std::string> wanted;
-        for (std::string& request : take_all_requests())
-            if (header_of(request).command != client_id_command)
+        for (std::string& request : std::exchange(requests_, {}))
+            if (handshake || header_of(request).command != client_id_command)
                 wanted.push_back(std::move(request));
         return wanted;
     }
 
-    unsigned char granted_id = 7;
+    int granted_id = 7; ///< if negative, queue and script answer the handshake too
 
 private:
     answer_packets answer_to(const std::string& request) {
         const data_struct header = header_of(request);
         std::lock_guard<std::mutex> guard(lock_);
         requests_.push_back(request);
-        if (header.command == client_id_command && !scripted_handshake_)
+        if (header.command == client_id_command && granted_id >= 0)
             return {packet(header.sub_command, std::string(1, static_cast<char>(granted_id)))};
         if (queue_.empty())
             return script_ ? script_(header.command, header.sub_command, request)
@@ -143,37 +132,30 @@ private:
     }
 
     void serve() {
-        zmq_pollitem_t items[] = {{socket_, 0, ZMQ_POLLIN, 0},
-                                  {nullptr, stop_event_, ZMQ_POLLIN, 0}};
-        for (;;) {
-            zmq_poll(items, 2, -1);
-            if (items[1].revents != 0)
-                return;
-            char part[65536]; // the peer's name, nothing, the request
-            const int name = zmq_recv(socket_, part, 256, 0);
-            zmq_recv(socket_, part + name, 0, 0);
-            const int n = zmq_recv(socket_, part + name, sizeof part - 256, 0);
-            const answer_packets packets =
-                answer_to(std::string(part + name, static_cast<std::size_t>(n)));
+        char peer[256];
+        char part[65536];
+        for (int name; (name = zmq_recv(socket_, peer, sizeof peer, 0)) >= 0;) {
+            zmq_recv(socket_, part, sizeof part, 0); // nothing; then the request
+            const int n = zmq_recv(socket_, part, sizeof part, 0);
+            const answer_packets packets = answer_to({part, static_cast<std::size_t>(n)});
             if (packets.empty())
                 continue;
-            zmq_send(socket_, part, static_cast<std::size_t>(name), ZMQ_SNDMORE);
+            zmq_send(socket_, peer, static_cast<std::size_t>(name), ZMQ_SNDMORE);
             zmq_send(socket_, "", 0, ZMQ_SNDMORE);
-            for (std::size_t i = 0; i < packets.size(); ++i)
-                zmq_send(socket_, packets[i].data(), packets[i].size(),
-                         i + 1 < packets.size() ? ZMQ_SNDMORE : 0);
+            for (const std::string& each : packets)
+                zmq_send(socket_, each.data(), each.size(),
+                         &each == &packets.back() ? 0 : ZMQ_SNDMORE);
         }
+        zmq_close(socket_);
     }
 
     void* context_ = zmq_ctx_new();
     void* socket_ = zmq_socket(context_, ZMQ_ROUTER);
-    int stop_event_ = eventfd(0, EFD_CLOEXEC);
     int port_ = 0;
     std::mutex lock_;
     std::vector<std::string> requests_;
     std::deque<answer_packets> queue_;
     script script_;
-    bool scripted_handshake_ = false;
     std::thread thread_;
 };
 
