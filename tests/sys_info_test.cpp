@@ -2,38 +2,30 @@
 #include "manager_support.h"
 #include "sys_info_manager.h"
 
-TEST(sys_info, texts) {
+TEST(sys_info, decoding) {
     cpu_freq_parser freq;
     cpu_possible_parser possible;
     version_parser version;
-    auto frequency = [&](const std::string& text) {
+    auto decoded = [&](const std::string& text) {
         freq.parse_cpu_freq(payload_area(text));
-        return std::to_string(freq.cpu_f->cpu_frequency);
-    };
-    auto count = [&](const std::string& text) {
         possible.parse_cpu_possible(payload_area(text));
-        return std::to_string(possible.cpu_num);
-    };
-    auto word = [&](const std::string& text) {
         version.parse_version(payload_area(text));
-        return version.ver->version;
+        return line_of(freq.cpu_f->cpu_frequency, possible.cpu_num, version.ver->version);
     };
-    const std::string most = "18446744073709551615";
-    expect_each(frequency, {{"1500000\n", "1500000"},
-                            {"", "0"},
-                            {"1\n2\n\n", "2"},
-                            {"7\nx\n", "0"},
-                            {"99999999999999999999", most},
-                            {"-1", most}});
-    // One is added to what follows two characters, or to the count before.
-    expect_each(count, {{"0-7\n", "8"},
-                        {"0-63\n", "64"},
-                        {"", "64"},
-                        {"0\n", "65"},
-                        {"0-x", "1"},
-                        {"10-15", "-14"},
-                        {"0-3\n0-1\n", "2"}});
-    expect_each(word, {{"V1.2 build\n", "V1.2"}, {"", ""}, {"a\n  b c\n\n", "b"}});
+    // A number; what follows two characters, or else the count before, and one; a word.
+    expect_each(decoded,
+                {{"0-7\n", "0 8 0-7 "},
+                 {"", "0 8  "},
+                 {"0\n", "0 9 0 "},
+                 {"0-x", "0 1 0-x "},
+                 {"0-63", "0 64 0-63 "},
+                 {"10-15", "10 -14 10-15 "},
+                 {"V1.2 x\n", "0 3 V1.2 "},
+                 {"15000\n", "15000 1 15000 "},
+                 {"1\n  2 c\n\n", "2 3 2 "},
+                 {"7\nx", "0 4 x "},
+                 {"-1", "18446744073709551615 5 -1 "},
+                 {"99999999999999999999", "18446744073709551615 1 99999999999999999999 "}});
     EXPECT_THROW(freq.parse_cpu_freq(nullptr), std::logic_error);
     EXPECT_THROW(possible.parse_cpu_possible(nullptr), std::logic_error);
     EXPECT_THROW(version.parse_version(nullptr), std::logic_error);
@@ -43,13 +35,13 @@ TEST(sys_info, queries) {
     using manager = sysinfo_manager;
     scripted_server server;
     manager m("127.0.0.1", server.port());
-    int cpu = 0;
+    unsigned cpu = 0;
     for (auto query : {&manager::get_cpu0_freq, &manager::get_cpu1_freq, &manager::get_cpu2_freq,
                        &manager::get_cpu3_freq, &manager::get_cpu4_freq, &manager::get_cpu5_freq,
                        &manager::get_cpu6_freq, &manager::get_cpu7_freq}) {
-        server.next_text(1, std::to_string(1000 + ++cpu));
+        server.next_text(1, std::to_string(++cpu));
         EXPECT_EQ(sent(server, (m.*query)()), "AE01:" + std::to_string(cpu));
-        EXPECT_EQ(m.last_cpu_freq(), 1000U + static_cast<unsigned>(cpu));
+        EXPECT_EQ(m.last_cpu_freq(), cpu);
     }
     server.next_text(9, "0-7\n");
     EXPECT_EQ(sent(server, m.get_cpu_possible(nullptr)), "8 AE01:9");

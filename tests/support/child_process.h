@@ -33,10 +33,8 @@ public:
         _exit(127);
     }
     ~child_process() {
-        if (pid_ != -1) {
-            kill(pid_, SIGKILL);
+        if (pid_ != 0 && kill(pid_, SIGKILL) == 0)
             waitpid(pid_, nullptr, 0);
-        }
         close(out_file_);
         close(err_file_);
     }
@@ -55,11 +53,9 @@ public:
     /// @return the exit status, or the negated signal that ended it
     int wait() {
         int status = 0;
-        read_while([&] {
-            const bool runs = waitpid(pid_, &status, WNOHANG) == 0;
-            pid_ = runs ? pid_ : -1;
-            return runs;
-        });
+        read_while([&] { return waitpid(pid_, &status, WNOHANG) == 0; });
+        if (kill(pid_, 0) != 0)
+            pid_ = 0;
         read_more();
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
@@ -85,7 +81,7 @@ private:
 
     int out_file_ = memfd_create("out", MFD_CLOEXEC);
     int err_file_ = memfd_create("err", MFD_CLOEXEC);
-    pid_t pid_ = -1;
+    pid_t pid_ = 0;
 };
 
 /// A folder of files that is removed at the end.

@@ -133,15 +133,4 @@ struct served {
     Manager m;
 };
 
-/// What the constructor of a manager throws that finds no server.
-template<class Manager, class... Args>
-std::string thrown_by(Args... args) {
-    try {
-        Manager manager(args...);
-    } catch (const char* text) {
-        return text;
-    }
-    return "nothing";
-}
-
 #endif

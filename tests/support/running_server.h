@@ -4,9 +4,7 @@
 
 #include "local_server.h"
 
-#include "client_comm.h"
-
-#include <stdexcept>
+#include "scripted_server.h"
 
 /// Samples this host, or the machine whose files lie below a folder.
 struct running_server : tools::local_server {
@@ -16,13 +14,7 @@ struct running_server : tools::local_server {
         client_comm::client_id = 0; // of an earlier server of this process
     }
     /// A connection to this server that takes answers of several parts whole.
-    std::shared_ptr<client_comm> connect() const {
-        auto connection = std::make_shared<client_comm>("127.0.0.1", port());
-        connection->stop_at_last_part(true);
-        if (connection->connect_to_server() != 0)
-            throw std::runtime_error("no connection");
-        return connection;
-    }
+    std::shared_ptr<client_comm> connect() const { return connect_to(port(), true); }
 };
 
 #endif

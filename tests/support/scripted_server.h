@@ -28,8 +28,7 @@ inline std::string packet(int sub_command, const std::string& payload, int msg_l
     header.msg_len = msg_len;
     header.crc = crc;
     std::string bytes(reinterpret_cast<const char*>(&header), frame_header_size);
-    bytes += payload;
-    bytes.resize(answer_frame_size);
+    (bytes += payload).resize(answer_frame_size);
     return bytes;
 }
 /// One answer packet as the server would send it.
@@ -46,6 +45,16 @@ inline data_struct header_of(const std::string& frame) {
     data_struct header{};
     std::memcpy(&header, frame.data(), std::min<std::size_t>(frame.size(), frame_header_size));
     return header;
+}
+
+/// A connection to a server at @p port of this machine, connected; further parts end at the last
+/// one if @p whole.
+inline std::shared_ptr<client_comm> connect_to(int port, bool whole) {
+    auto connection = std::make_shared<client_comm>("127.0.0.1", port);
+    connection->stop_at_last_part(whole);
+    if (connection->connect_to_server() != 0)
+        throw std::runtime_error("no connection");
+    return connection;
 }
 
 /// Closes @p connection's socket without waiting for what is unsent, as a front end does that
@@ -70,8 +79,7 @@ public:
         std::size_t size = sizeof bound;
         const int linger_ms = 0;
         zmq_setsockopt(socket_, ZMQ_LINGER, &linger_ms, sizeof linger_ms);
-        if (zmq_bind(socket_, "tcp://127.0.0.1:*") != 0)
-            throw std::runtime_error(zmq_strerror(zmq_errno()));
+        zmq_bind(socket_, "tcp://127.0.0.1:*");
         zmq_getsockopt(socket_, ZMQ_LAST_ENDPOINT, bound, &size);
         port_ = std::stoi(std::strrchr(bound, ':') + 1);
         thread_ = std::thread([this] { serve(); });
@@ -85,13 +93,8 @@ public:
     scripted_server& operator=(const scripted_server&) = delete;
 
     int port() const { return port_; }
-    /// A connection to this server, connected; further parts end at the last one if @p whole.
     std::shared_ptr<client_comm> connect(bool whole = false) const {
-        auto connection = std::make_shared<client_comm>("127.0.0.1", port_);
-        connection->stop_at_last_part(whole);
-        if (connection->connect_to_server() != 0)
-            throw std::runtime_error("scripted server: no connection");
-        return connection;
+        return connect_to(port_, whole);
     }
     /// Queues the answer to a request. Without any, the script or a packet of zeros answers.
     void next(answer_packets packets) {
@@ -99,11 +102,8 @@ public:
         queue_.push_back(std::move(packets));
     }
     void next_text(int sub_command, const std::string& text) { next({packet(sub_command, text)}); }
-    /// Answers what has no queued answer.
-    void answer(script how) {
-        std::lock_guard<std::mutex> guard(lock_);
-        script_ = std::move(how);
-    }
+    /// Answers what has no queued answer; to be set before the first request.
+    void answer(script how) { script_ = std::move(how); }
     /// All requests since the last call, or all but the handshake.
     std::vector<std::string> take_requests(bool handshake = false) {
         std::lock_guard<std::mutex> guard(lock_);
@@ -124,8 +124,7 @@ private:
         if (header.command == client_id_command && granted_id >= 0)
             return {packet(header.sub_command, std::string(1, static_cast<char>(granted_id)))};
         if (queue_.empty())
-            return script_ ? script_(header.command, header.sub_command, request)
-                           : answer_packets{packet(header.sub_command, "")};
+            return script_(header.command, header.sub_command, request);
         answer_packets packets = std::move(queue_.front());
         queue_.pop_front();
         return packets;
@@ -155,7 +154,9 @@ private:
     std::mutex lock_;
     std::vector<std::string> requests_;
     std::deque<answer_packets> queue_;
-    script script_;
+    script script_ = [](int, int sub, const std::string&) -> answer_packets {
+        return {packet(sub, "")};
+    };
     std::thread thread_;
 };
 
