@@ -27,14 +27,10 @@ TEST(command_line, reads_interval_count_and_source) {
                    ? line_of(seen->interval, seen->count, called.from.host, called.from.port)
                    : std::to_string(called.status) + (out.str().empty() ? "" : " text");
     };
-    expect_each(read, {{"probe", "0 0  0 "},
-                       {"probe 0.25 7", "0.25 7  0 "},
-                       {"probe -i 2 -n 3", "2 3  0 "},
-                       {"probe --interval=1.5 --count=1", "1.5 1  0 "},
-                       {"--connect board:9000 probe", "0 0 board 9000 "},
-                       {"probe 1 --connect 10.0.0.7:1", "1 0 10.0.0.7 1 "},
-                       {"--help", "0 text"},
-                       {"--version", "0 text"}});
+    expect_each(read, {"probe => 0 0  0 ", "probe 0.25 7 => 0.25 7  0 ",
+                       "probe -i 2 -n 3 => 2 3  0 ", "probe --interval=1.5 --count=1 => 1.5 1  0 ",
+                       "--help => 0 text", "--connect board:9000 probe => 0 0 board 9000 ",
+                       "--version => 0 text", "probe 1 --connect 10.0.0.7:1 => 1 0 10.0.0.7 1 "});
     for (const char* line :
          {"no_such_command", "probe 0", "probe -1", "probe nan", "probe inf", "probe 1 0",
           "probe 1 2.5", "probe 1 2 3", "probe 1x", "probe --connect board", "probe --connect :9",

@@ -12,10 +12,8 @@ TEST(meminfo, figures_by_key) {
         }
         return line_of(table["a"], table["b"], table.size());
     };
-    expect_each(figures, {{"a: 1\nb:\t\v-2 kB\na:+3:5\n d :0x12", "3 -2 3 "},
-                          {"a: 1\nb", "stol"},
-                          {"a: 9223372036854775808", "stol"},
-                          {"a:-1\n\n", "stol"}});
+    expect_each(figures, {"a: 1\nb:\t\v-2 kB\na:+3:5\n d :0x12 => 3 -2 3 ", "a: 1\nb => stol",
+                          "a: 9223372036854775808 => stol", "a:-1\n\n => stol"});
     cout_capture out;
     EXPECT_EQ(meminfo_parser().parse_meminfo(nullptr), 0);
 }

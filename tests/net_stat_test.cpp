@@ -51,43 +51,36 @@ TEST(net_stat, reports_rates_between_two_answers) {
     const std::string still = "lo    0.00\nwlan0-outdoors-1.00\n";
     const std::string five = "pid:5, total 3145728 bytes, rate:3072.00 Kbytes/s";
     const std::string thirty = "pid:30, total 1024 bytes, rate:1.00 Kbytes/s";
-    const std::tuple<int, timeval, std::string, std::string> answers[] = {
-        {4,
-         {10, 1},
-         bandwidth(0, "", 0, ""),
-         "pid:5, total 0 bytes, rate:0.000 Kbytes/spid:30, total 0 bytes, rate:0.000 Kbytes/s"},
-        {4,
-         {11, 1},
-         bandwidth(2, device("lo", 1000000) + device("eth0", 0), 0, ""),
-         "lo    976.56\neth0  0.00\npid:5," + idle + "pid:30," + idle},
-        // The first total of a process counts from 0, one that is not registered is left out.
-        {4,
-         {12, 0},
-         bandwidth(2, device("lo", 1512000) + device("wlan0-outdoors-2", 1024), 3,
-                   process(30, 1024) + process(6, 1) + process(5, 3145728)),
-         "lo    500.00\nwlan0-outdoors-1.00\n" + five + thirty},
-        // The time stamp before has no microseconds and so counts as none; it does not the next
-        // time. A device that is gone keeps its figures.
-        {4, {14, 500}, bandwidth(1, device("lo", 9999999), -1, "\1\1\1\1"), still + five + thirty},
-        // No time has passed, in whole milliseconds; no device, and a process behind that.
-        {4, {14, 1499}, bandwidth(-1, "", 1, process(5, 0)), still + "pid:5," + idle + thirty},
-        // Answers to anything else carry no figures and no time.
-        {3,
-         {15, 1},
-         bandwidth(1, device("no", 1), 1, process(5, 1)),
-         still + "pid:5," + idle + thirty},
-        // Counters that run backwards wrap.
-        {4,
-         {24, 1499},
-         bandwidth(1, device("lo", 9999998), 1, process(30, 0)),
-         "lo    1801439850948198.50\nwlan0-outdoors-1.00\npid:5," + idle +
-             "pid:30, total 0 bytes, rate:1801439850948198.50 Kbytes/s"}};
+    const std::string reset = still + "pid:5," + idle + thirty;
     offline<net_stat_manager> m;
-    log_capture log;
     m.parser->pid_result = {{30, {}}, {5, {}}};
-    for (const auto& [sub_command, time, payload, expected] : answers)
-        EXPECT_EQ(report(m, m.parser, sub_command, payload, time), "Net   Rate(KB/s)\n" + expected);
+    auto next = [&m](timeval time, const std::string& payload, int sub_command = 4) {
+        const std::string text = report(m, m.parser, sub_command, payload, time);
+        EXPECT_EQ(text.substr(0, 17), "Net   Rate(KB/s)\n");
+        return text.substr(17);
+    };
+    EXPECT_EQ(next({10, 1}, ""), "pid:5, total 0 bytes, rate:0.000 Kbytes/s"
+                                 "pid:30, total 0 bytes, rate:0.000 Kbytes/s");
+    EXPECT_EQ(next({11, 1}, bandwidth(2, device("lo", 1000000) + device("eth0", 0), 0, "")),
+              "lo    976.56\neth0  0.00\npid:5," + idle + "pid:30," + idle);
+    // The first total of a process counts from 0, one that is not registered is left out.
+    log_capture log;
+    const std::string mixed = process(30, 1024) + process(6, 1) + process(5, 3145728);
+    EXPECT_EQ(next({12, 0}, bandwidth(2, device("lo", 1512000) + device("wlan0-outdoors-2", 1024),
+                                      3, mixed)),
+              "lo    500.00\nwlan0-outdoors-1.00\n" + five + thirty);
     EXPECT_EQ(log.take(), "6 -: recive pid 6 not in pid map\n");
+    // The time stamp before has no microseconds and so counts as none; it does not the next time. A
+    // device that is gone keeps its figures.
+    EXPECT_EQ(next({14, 500}, bandwidth(1, device("lo", 9999999), -1, "")), still + five + thirty);
+    // No time has passed, in whole milliseconds; no device, and a process behind that.
+    EXPECT_EQ(next({14, 1499}, bandwidth(-1, "", 1, process(5, 0))), reset);
+    // Answers to anything else carry no figures and no time.
+    EXPECT_EQ(next({15, 1}, bandwidth(1, device("no", 1), 1, process(5, 1)), 3), reset);
+    // Counters that run backwards wrap.
+    EXPECT_EQ(next({24, 1499}, bandwidth(1, device("lo", 9999998), 1, process(30, 0))),
+              "lo    1801439850948198.50\nwlan0-outdoors-1.00\npid:5," + idle +
+                  "pid:30, total 0 bytes, rate:1801439850948198.50 Kbytes/s");
 }
 
 TEST(net_stat, takes_only_the_records_the_payload_holds) {

@@ -30,28 +30,23 @@ TEST(process_stat, reads_the_status_line) {
 
 // In percent of one CPU, between receipts, times the manager's count of CPUs.
 TEST(process_stat, usage) {
-    const struct {
-        long first, second, ms;
-        int cpus;
-        const char* usage;
-    } cases[] = {
-        {100, 150, 1000, 5, "50.000%"},
-        {100, 150, 9, 1, "0.000%"}, // no tick has passed
-        {150, 100, 1000, 5, "-50.000%"},
-        {0, 400, 1000, 2, "400.000%"},
-        {2147483647, 2147483747, 1000, 5, "100.000%"},
-        {0, 4294967296 + 50, 1000, 5, "50.000%"}, // run times are cut to 32 bits
-    };
-    for (const auto& c : cases) {
+    const std::tuple<long, long, long, int, std::string> cases[] = {
+        {100, 150, 500, 5, "50.000%"},
+        {100, 150, 4, 1, "0.000%"}, // no tick has passed
+        {150, 100, 500, 5, "-50.000%"},
+        {2147483647, 2147484047, 500, 2, "400.000%"},
+        {0, 4294967296 + 50, 500, 5, "50.000%"}}; // run times are cut to 32 bits
+    for (const auto& [first, second, ms, cpus, usage] : cases) {
         offline<cpu_stat_manager> m;
-        m.cpus_num = c.cpus;
+        m.cpus_num = cpus;
         m.add_stat_monitor_process(1);
-        m.cpus_num = 2 * c.cpus; // since the process was added
-        report(m, m.stat_parser[0], 3, status(c.first, 0), {10, 500000});
-        EXPECT_EQ(m.stat_parser[0]->process_usage, 0) << "nothing to compare with";
-        const std::string text =
-            report(m, m.stat_parser[0], 3, status(0, c.second), {10, 500000 + c.ms * 500});
-        EXPECT_EQ(text.substr(0, text.find(", proc")), std::string("pid:1, usage:") + c.usage);
+        m.cpus_num = 2 * cpus; // since the process was added
+        auto after = [&m](long us, const std::string& text) {
+            return report(m, m.stat_parser[0], 3, text, {10, us}).substr(0, 21);
+        };
+        EXPECT_EQ(after(300000, status(first, 0)), "pid:1, usage:0.000%, ");
+        EXPECT_EQ(after(300000 + ms * 1000, status(0, second)),
+                  ("pid:1, usage:" + usage + ", processor").substr(0, 21));
     }
 }
 
@@ -78,18 +73,18 @@ TEST(process_io, rates_are_over_whole_seconds) {
 }
 
 TEST(cpu_stat_manager, sends_what_its_queries_say) {
-    served<cpu_stat_manager> with(true);
-    cpu_stat_manager& m = with.m;
+    using manager = cpu_stat_manager;
+    served<manager> with(true);
+    manager& m = with.m;
     cout_capture output;
     m.add_stat_monitor_process(0x01020304);
     m.add_io_monitor_process(-2);
-    EXPECT_EQ(with.sent(m.get_cpu_usage(nullptr)), "AE02:1");
-    EXPECT_EQ(with.sent(m.get_process_stat(nullptr)), "AE02:3=04030201");
-    EXPECT_EQ(with.sent(m.get_process_io(nullptr)), "AE02:4=FEFFFFFF");
+    EXPECT_EQ(
+        with.sent_by({&manager::get_cpu_usage, &manager::get_process_stat, &manager::get_process_io,
+                      &manager::get_interrupt, &manager::get_perf_data}),
+        "AE02:1 AE02:3=04030201 AE02:4=FEFFFFFF AE02:9 AE02:11");
     EXPECT_EQ(with.sent(m.get_process_all(7, nullptr)), "AE02:8=07000000");
-    EXPECT_EQ(with.sent(m.get_interrupt(nullptr)), "AE02:9");
     EXPECT_EQ(with.sent(m.enable_perf_mon()), "AE02:10");
-    EXPECT_EQ(with.sent(m.get_perf_data(nullptr)), "AE02:11");
     EXPECT_EQ(with.sent(m.disable_perf_mon()), "AE02:12");
     EXPECT_EQ(with.sent(m.cpu_mon_exit()), "AE02:8=0A000000");
     void* const socket = with.connection->get_socket();

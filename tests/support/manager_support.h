@@ -41,11 +41,13 @@ std::string line_of(const Values&... values) {
     return out.str();
 }
 
-/// Checks that @p decode makes of each text what stands beside it.
+/// Checks that @p decode makes of the first half of each "TEXT => RESULT" the second.
 template<class Decode>
-void expect_each(Decode decode, std::initializer_list<std::pair<std::string, std::string>> cases) {
-    for (const auto& [text, expected] : cases)
-        EXPECT_EQ(decode(text), expected) << text;
+void expect_each(Decode decode, std::initializer_list<std::string> cases) {
+    for (const std::string& each : cases) {
+        const std::size_t middle = each.find(" => ");
+        EXPECT_EQ(decode(each.substr(0, middle)), each.substr(middle + 4)) << each;
+    }
 }
 
 /// A request apart from its time stamp, which is zero, and the 4 bytes behind its payload.
@@ -127,6 +129,13 @@ struct served {
     ~served() { close_at_once(*connection); }
     /// `sent` of this server.
     std::string sent(int result) { return ::sent(server, result); }
+    /// `sent` of queries, one after the other, that write their reports nowhere.
+    std::string sent_by(std::initializer_list<int (Manager::*)(std::ostream*)> queries) {
+        int result = 0;
+        for (auto query : queries)
+            result += (m.*query)(nullptr);
+        return sent(result);
+    }
 
     scripted_server server;
     std::shared_ptr<client_comm> connection;
