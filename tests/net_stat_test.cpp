@@ -27,74 +27,56 @@ TEST(net_stat, operations_and_exit_in_ascending_order) {
     EXPECT_EQ(with.sent(m.start_net_monitor()), "AE09:3");
     EXPECT_EQ(with.sent(m.add_net_monitor_process(0x01020304)), "AE09:1=04030201");
     EXPECT_EQ(with.sent(m.get_bandwidth_stat(nullptr)), "AE09:4");
-    EXPECT_EQ(with.sent(m.add_net_monitor_process(-2)), "AE09:1=FEFFFFFF");
-    EXPECT_EQ(with.sent(m.remove_net_monitor_process(-2)), "AE09:2=FEFFFFFF");
     // One that is registered keeps its figures, and one that the server refuses is registered.
     registered[0x01020304].total = 5;
     EXPECT_EQ(m.add_net_monitor_process(0x01020304), 0);
     EXPECT_EQ(registered[0x01020304].total, 5U);
-    for (int pid : {900, 7, -1}) {
-        with.server.next({error_packet(1, -3)});
-        EXPECT_EQ(m.add_net_monitor_process(pid), -3);
-    }
-    with.server.take_requests();
+    with.server.next({error_packet(1, -3)});
+    EXPECT_EQ(m.add_net_monitor_process(900), -3);
+    EXPECT_EQ(with.sent(m.add_net_monitor_process(-1)),
+              "AE09:1=04030201 AE09:1=84030000 AE09:1=FFFFFFFF");
     m.parser->dev_result[0];
     with.server.next({error_packet(2, -3)});
-    EXPECT_EQ(with.sent(m.exit_net_monitor()), "AE09:2=FFFFFFFF AE09:2=07000000 AE09:2=84030000 "
-                                               "AE09:2=04030201 AE09:5");
+    EXPECT_EQ(with.sent(m.exit_net_monitor()), "AE09:2=FFFFFFFF AE09:2=84030000 AE09:2=04030201 "
+                                               "AE09:5");
     EXPECT_TRUE(registered.empty() && m.parser->dev_result.empty());
-    with.server.next({error_packet(5, -6)});
-    EXPECT_EQ(with.sent(m.exit_net_monitor()), "-6 AE09:5");
 }
 
 TEST(net_stat, reports_rates_between_two_answers) {
     const std::string idle = " total 0 bytes, rate:0.00 Kbytes/s";
-    const std::string one = "pid:30, total 1024 bytes, rate:1.00 Kbytes/s";
-    const std::string spiked = "pid:5, total 3145728 bytes, rate:3072.00 Kbytes/s";
     const std::string still = "lo    0.00\nwlan0-outdoors-1.00\n";
-    const struct {
-        int sub_command;
-        timeval time; // of receipt
-        std::string payload, expected;
-    } answers[] = {
-        {4,
-         {10, 1},
-         bandwidth(0, "", 0, ""),
-         "pid:5, total 0 bytes, rate:0.000 Kbytes/spid:30, total 0 bytes, rate:0.000 Kbytes/s"},
-        {4,
-         {11, 1},
-         bandwidth(2, device("lo", 1000000) + device("eth0", 0), 0, ""),
-         "lo    976.56\neth0  0.00\npid:5," + idle + "pid:30," + idle},
-        // The first total of a process counts from 0, one that is not registered is left out.
-        {4,
-         {12, 0},
-         bandwidth(2, device("lo", 1512000) + device("wlan0-outdoors-2", 1024), 3,
-                   process(30, 1024) + process(6, 1) + process(5, 3145728)),
-         "lo    500.00\nwlan0-outdoors-1.00\n" + spiked + one},
-        // The time stamp before has no microseconds and so counts as none; it does not the next
-        // time. A device that is gone keeps its figures.
-        {4, {14, 500}, bandwidth(1, device("lo", 9999999), -1, "\1\1\1\1"), still + spiked + one},
-        // No time has passed, in whole milliseconds; no device, and a process behind that.
-        {4, {14, 1499}, bandwidth(-1, "", 1, process(5, 0)), still + "pid:5," + idle + one},
-        // Answers to anything else carry no figures and no time.
-        {3,
-         {15, 1},
-         bandwidth(1, device("no", 1), 1, process(5, 1)),
-         still + "pid:5," + idle + one},
-        // Counters that run backwards wrap.
-        {4,
-         {24, 1499},
-         bandwidth(1, device("lo", 9999998), 1, process(30, 0)),
-         "lo    1801439850948198.50\nwlan0-outdoors-1.00\npid:5," + idle +
-             "pid:30, total 0 bytes, rate:1801439850948198.50 Kbytes/s"},
-    };
+    const std::string five = "pid:5, total 3145728 bytes, rate:3072.00 Kbytes/s";
+    const std::string thirty = "pid:30, total 1024 bytes, rate:1.00 Kbytes/s";
+    const std::string reset = still + "pid:5," + idle + thirty;
     offline<net_stat_manager> m;
-    log_capture log;
     m.parser->pid_result = {{30, {}}, {5, {}}};
-    for (const auto& each : answers)
-        EXPECT_EQ(report(m, m.parser, each.sub_command, each.payload, each.time),
-                  "Net   Rate(KB/s)\n" + each.expected);
-    EXPECT_EQ(log.take(), "6 -: recive pid 6 not in pid map");
+    auto next = [&m](timeval time, const std::string& payload, int sub_command = 4) {
+        const std::string text = report(m, m.parser, sub_command, payload, time);
+        EXPECT_EQ(text.substr(0, 17), "Net   Rate(KB/s)\n");
+        return text.substr(17);
+    };
+    EXPECT_EQ(next({10, 1}, ""), "pid:5, total 0 bytes, rate:0.000 Kbytes/s"
+                                 "pid:30, total 0 bytes, rate:0.000 Kbytes/s");
+    EXPECT_EQ(next({11, 1}, bandwidth(2, device("lo", 1000000) + device("eth0", 0), 0, "")),
+              "lo    976.56\neth0  0.00\npid:5," + idle + "pid:30," + idle);
+    // The first total of a process counts from 0, one that is not registered is left out.
+    log_capture log;
+    const std::string mixed = process(30, 1024) + process(6, 1) + process(5, 3145728);
+    EXPECT_EQ(next({12, 0}, bandwidth(2, device("lo", 1512000) + device("wlan0-outdoors-2", 1024),
+                                      3, mixed)),
+              "lo    500.00\nwlan0-outdoors-1.00\n" + five + thirty);
+    EXPECT_EQ(log.take(), "6 -: recive pid 6 not in pid map\n");
+    // The time stamp before has no microseconds and so counts as none; it does not the next time. A
+    // device that is gone keeps its figures.
+    EXPECT_EQ(next({14, 500}, bandwidth(1, device("lo", 9999999), -1, "")), still + five + thirty);
+    // No time has passed, in whole milliseconds; no device, and a process behind that.
+    EXPECT_EQ(next({14, 1499}, bandwidth(-1, "", 1, process(5, 0))), reset);
+    // Answers to anything else carry no figures and no time.
+    EXPECT_EQ(next({15, 1}, bandwidth(1, device("no", 1), 1, process(5, 1)), 3), reset);
+    // Counters that run backwards wrap.
+    EXPECT_EQ(next({24, 1499}, bandwidth(1, device("lo", 9999998), 1, process(30, 0))),
+              "lo    1801439850948198.50\nwlan0-outdoors-1.00\npid:5," + idle +
+                  "pid:30, total 0 bytes, rate:1801439850948198.50 Kbytes/s");
 }
 
 TEST(net_stat, takes_only_the_records_the_payload_holds) {
@@ -104,27 +86,20 @@ TEST(net_stat, takes_only_the_records_the_payload_holds) {
         full += i < 341 ? device("dev", 1) : "";
         processes += process(1 + i % 2, static_cast<std::uint64_t>(i));
     }
-    const struct {
-        int devices;
-        std::string records;
-        int processes;
-        std::size_t devices_taken;
-        std::uint64_t total;
-    } cases[] = {
-        {341, full, most, 341, 0}, // room for the count of processes, none for a process
-        {342, full, 1, 341, 0},
-        {most, full, 1, 341, 0},
-        {-1, "", most, 0, 510},               // 511 processes and 8 bytes of another
-        {1, full.substr(0, 24), 512, 1, 509}, // 510 processes end with the payload
-        {0, "", -most - 1, 0, 0},
-    };
-    for (const auto& c : cases) {
+    const std::tuple<int, std::string, int, std::string> cases[] = {
+        {341, full, most, "341 0 "}, // room for the count of processes, none for a process
+        {342, full, 1, "341 0 "},
+        {most, full, 1, "341 0 "},
+        {-1, "", most, "0 510 "},               // 511 processes and 8 bytes of another
+        {1, full.substr(0, 24), 512, "1 509 "}, // 510 processes end with the payload
+        {0, "", -most - 1, "0 0 "}};
+    for (const auto& [devices, records, count, taken] : cases) {
         net_stat_parse parser;
         parser.pid_result = {{1, {}}, {2, {}}};
-        payload_area payload(bandwidth(c.devices, c.records, c.processes, processes));
-        EXPECT_EQ(parser.parse_net_stat(payload.data(), 0), 1);
-        EXPECT_EQ(parser.dev_result.size(), c.devices_taken);
-        EXPECT_EQ(std::max(parser.pid_result[1].total, parser.pid_result[2].total), c.total);
+        parser.parse_net_stat(payload_area(bandwidth(devices, records, count, processes)), 0);
+        EXPECT_EQ(line_of(parser.dev_result.size(),
+                          std::max(parser.pid_result[1].total, parser.pid_result[2].total)),
+                  taken);
     }
 }
 
@@ -145,39 +120,4 @@ TEST(net_stat, takes_its_own_lock_for_all_but_start_and_leaves_the_figures_to_a_
             held.unlock();
             EXPECT_EQ(done.get(), 0);
         }
-}
-
-// The server answers every request with figures, as if it were a poll.
-TEST(net_stat, keeps_the_registered_set_and_the_servers_alike_under_concurrent_use) {
-    served<net_stat_manager> with;
-    std::set<int> at_server, here;
-    with.server.answer([&](int, int sub, const std::string& request) -> answer_packets {
-        const int pid = request[frame_header_size];
-        if (sub == 1)
-            at_server.insert(pid);
-        else if (sub == 2)
-            at_server.erase(pid);
-        return {packet(4, bandwidth(1, device("lo", 5), 2, process(1, 1) + process(2, 2)))};
-    });
-    net_stat_manager& m = with.m;
-    std::vector<std::future<int>> users;
-    for (unsigned user = 0; user < 4; ++user)
-        users.push_back(std::async(std::launch::async, [&m, user] {
-            std::ostringstream out;
-            int failures = 0;
-            for (unsigned i = user; i < 100 + user; ++i) {
-                const int pid = static_cast<int>(i / 5 % 4);
-                failures += i % 5 == 0   ? m.add_net_monitor_process(pid)
-                            : i % 5 == 1 ? m.get_bandwidth_stat(&out)
-                            : i % 5 == 2 ? m.remove_net_monitor_process(3 - pid)
-                            : i % 5 == 3 ? m.start_net_monitor()
-                                         : i % 7 == 0 && m.exit_net_monitor();
-            }
-            return failures;
-        }));
-    for (auto& user : users)
-        EXPECT_EQ(user.get(), 0);
-    for (const auto& [pid, figures] : m.parser->pid_result)
-        here.insert(pid);
-    EXPECT_EQ(here, at_server);
 }

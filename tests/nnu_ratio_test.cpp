@@ -7,16 +7,15 @@ TEST(nnu_ratio, is_the_last_line_that_holds_anything) {
         char do_decimal_point() const override { return ','; }
     };
     const std::locale before = std::locale::global(std::locale(std::locale::classic(), new comma));
-    const std::pair<const char*, float> texts[] = {
-        {"37.5\n", 37.5F},      {"", 37.5F},     {" \n\n", 37.5F},
-        {"1\n2.25 %\n", 2.25F}, {"3\n\n", 3.0F}, {"4\nidle", 0.0F},
-        {"x\n-.5", -0.5F},      {"1e2", 100.0F}, {"1e99", std::numeric_limits<float>::max()},
-        {"0x1p3", 0.0F}};
     nnu_ratio_parser parser;
-    for (const auto& [text, load] : texts) {
-        EXPECT_EQ(parser.parse_nnu_ratio(payload_area(text).data()), 1);
-        EXPECT_EQ(parser.nnu_rat, load) << text;
-    }
+    auto load = [&parser](const std::string& text) {
+        EXPECT_EQ(parser.parse_nnu_ratio(payload_area(text)), 1);
+        return line_of(static_cast<int>(parser.nnu_rat * 4));
+    };
+    expect_each(load, {"37.5\n => 150 ", " => 150 ", " \n\n => 150 ", "1\n2.25 %\n => 9 ",
+                       "4\nidle => 0 ", "x\n-.5 => -2 ", "1e2 => 400 ", "0x1p3 => 0 "});
+    EXPECT_EQ(parser.parse_nnu_ratio(payload_area("1e99")), 1);
+    EXPECT_EQ(parser.nnu_rat, std::numeric_limits<float>::max());
     std::locale::global(before);
     EXPECT_THROW(parser.parse_nnu_ratio(nullptr), std::logic_error);
 }

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/mman.h>
@@ -36,10 +37,8 @@ public:
         _exit(127);
     }
     ~child_process() {
-        if (pid_ != -1) {
-            kill(pid_, SIGKILL);
+        if (pid_ != 0 && kill(pid_, SIGKILL) == 0)
             waitpid(pid_, nullptr, 0);
-        }
         close(out_file_);
         close(err_file_);
     }
@@ -52,25 +51,15 @@ public:
     /// test that waits for more than 20 s.
     void read_until(const std::string& text, bool error = false) {
         const std::string& stream = error ? err : out;
-        const std::size_t start = stream.size();
-        for (int i = 0; stream.find(text, start) == stream.npos; ++i) {
-            if (i == turns)
-                return (void)(ADD_FAILURE() << "no '" << text << "' in: " << out << err);
-            read_more();
-        }
+        read_while([&, start = stream.size()] { return stream.find(text, start) == stream.npos; });
     }
     /// Waits for its end, at most 20 s, and reads all output.
     /// @return the exit status, or the negated signal that ended it
     int wait() {
         int status = 0;
-        for (int i = 0; waitpid(pid_, &status, WNOHANG) == 0; ++i) {
-            read_more();
-            if (i != turns)
-                continue;
-            ADD_FAILURE() << "still running: " << out << err;
-            kill(pid_, SIGKILL);
-        }
-        pid_ = -1;
+        read_while([&] { return waitpid(pid_, &status, WNOHANG) == 0; });
+        if (kill(pid_, 0) != 0)
+            pid_ = 0;
         read_more();
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
@@ -79,29 +68,30 @@ public:
     std::string err; ///< standard error so far
 
 private:
-    static constexpr int turns = 4000; // of 5 ms
-
+    void read_while(const std::function<bool()>& more) {
+        for (int turn = 0; more(); ++turn) {
+            ASSERT_LT(turn, 4000) << "neither end nor text in: " << out << err;
+            usleep(5000);
+            read_more();
+        }
+    }
     void read_more() {
-        usleep(5000);
         char part[65536];
         for (auto [file, text] : {std::pair(out_file_, &out), {err_file_, &err}})
-            for (ssize_t n; (n = pread(file, part, sizeof part, ssize(*text))) > 0;)
+            while (const ssize_t n =
+                       pread(file, part, sizeof part, static_cast<off_t>(text->size())))
                 text->append(part, static_cast<std::size_t>(n));
     }
-    static ssize_t ssize(const std::string& text) { return static_cast<ssize_t>(text.size()); }
 
     int out_file_ = memfd_create("out", MFD_CLOEXEC);
     int err_file_ = memfd_create("err", MFD_CLOEXEC);
-    pid_t pid_ = -1;
+    pid_t pid_ = 0;
 };
 
 /// A folder of files that is removed at the end.
 class file_tree {
 public:
-    file_tree() : root_("/tmp/moncl_test_XXXXXX") {
-        if (mkdtemp(root_.data()) == nullptr)
-            throw std::runtime_error("mkdtemp");
-    }
+    file_tree() { mkdtemp(root_.data()); }
     ~file_tree() { std::filesystem::remove_all(root_); }
     file_tree(const file_tree&) = delete;
     file_tree& operator=(const file_tree&) = delete;
@@ -115,7 +105,7 @@ public:
     const std::string& root() const { return root_; }
 
 private:
-    std::string root_;
+    std::string root_ = "/tmp/moncl_test_XXXXXX";
 };
 
 #endif

@@ -33,6 +33,23 @@ inline std::string repeated(const std::string& text, int count) {
     return all;
 }
 
+/// @p values, a blank behind each.
+template<class... Values>
+std::string line_of(const Values&... values) {
+    std::ostringstream out;
+    ((out << values << ' '), ...);
+    return out.str();
+}
+
+/// Checks that @p decode makes of the first half of each "TEXT => RESULT" the second.
+template<class Decode>
+void expect_each(Decode decode, std::initializer_list<std::string> cases) {
+    for (const std::string& each : cases) {
+        const std::size_t middle = each.find(" => ");
+        EXPECT_EQ(decode(each.substr(0, middle)), each.substr(middle + 4)) << each;
+    }
+}
+
 /// A request apart from its time stamp, which is zero, and the 4 bytes behind its payload.
 inline std::string request_bytes(int command, int sub_command, const std::string& payload) {
     std::string bytes =
@@ -74,9 +91,9 @@ inline std::string sent(scripted_server& server, int result) {
 class payload_area {
 public:
     explicit payload_area(const std::string& bytes) {
-        std::memcpy(data(), bytes.data(), std::min<std::size_t>(bytes.size(), answer_payload_max));
+        std::memcpy(*this, bytes.data(), std::min<std::size_t>(bytes.size(), answer_payload_max));
     }
-    unsigned char* data() { return memory_.get() + 4; }
+    operator unsigned char*() { return memory_.get() + 4; }
 
 private:
     std::unique_ptr<unsigned char[]> memory_{new unsigned char[4 + answer_payload_max + 4]{}};
@@ -91,7 +108,7 @@ std::string report(ns_req_template::request_handler& manager, std::shared_ptr<Pa
     data_struct* answer = manager.client->get_recv_data();
     answer->sub_command = sub_command;
     answer->time = time;
-    std::memcpy(answer->msg, payload_area(payload).data(), answer_payload_max);
+    std::memcpy(answer->msg, payload_area(payload), answer_payload_max);
     EXPECT_GE(manager.handle_request(parser), 0);
     std::ostringstream out;
     out << std::right << std::fixed << std::setprecision(3);
@@ -112,26 +129,17 @@ struct served {
     ~served() { close_at_once(*connection); }
     /// `sent` of this server.
     std::string sent(int result) { return ::sent(server, result); }
+    /// `sent` of queries, one after the other, that write their reports nowhere.
+    std::string sent_by(std::initializer_list<int (Manager::*)(std::ostream*)> queries) {
+        int result = 0;
+        for (auto query : queries)
+            result += (m.*query)(nullptr);
+        return sent(result);
+    }
 
     scripted_server server;
     std::shared_ptr<client_comm> connection;
     Manager m;
 };
-
-/// What the constructors of a manager throw that finds no server.
-template<class Manager>
-std::string thrown_by() {
-    const std::function<void()> ways[] = {
-        [] { Manager("127.0.0.1", -1); },
-        [] { Manager{std::make_shared<client_comm>("127.0.0.1", -1)}; }};
-    std::string thrown;
-    for (const auto& construct : ways)
-        try {
-            construct();
-        } catch (const char* text) {
-            thrown += text;
-        }
-    return thrown;
-}
 
 #endif

@@ -12,9 +12,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <string>
-#include <sys/eventfd.h>
 #include <thread>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 #include <zmq.h>
@@ -30,8 +28,7 @@ inline std::string packet(int sub_command, const std::string& payload, int msg_l
     header.msg_len = msg_len;
     header.crc = crc;
     std::string bytes(reinterpret_cast<const char*>(&header), frame_header_size);
-    bytes += payload;
-    bytes.resize(answer_frame_size);
+    (bytes += payload).resize(answer_frame_size);
     return bytes;
 }
 /// One answer packet as the server would send it.
@@ -50,6 +47,16 @@ inline data_struct header_of(const std::string& frame) {
     return header;
 }
 
+/// A connection to a server at @p port of this machine, connected; further parts end at the last
+/// one if @p whole.
+inline std::shared_ptr<client_comm> connect_to(int port, bool whole) {
+    auto connection = std::make_shared<client_comm>("127.0.0.1", port);
+    connection->stop_at_last_part(whole);
+    if (connection->connect_to_server() != 0)
+        throw std::runtime_error("no connection");
+    return connection;
+}
+
 /// Closes @p connection's socket without waiting for what is unsent, as a front end does that
 /// starts over.
 inline void close_at_once(client_comm& connection) {
@@ -60,7 +67,7 @@ inline void close_at_once(client_comm& connection) {
     connection.close_connect();
 }
 
-/// Answers the client-id handshake by itself (with `granted_id`) unless told otherwise.
+/// Answers the client-id handshake by itself, with `granted_id`.
 class scripted_server {
 public:
     using script =
@@ -70,110 +77,86 @@ public:
         client_comm::client_id = 0; // of an earlier server of this process
         char bound[64];
         std::size_t size = sizeof bound;
-        if (zmq_bind(socket_, "tcp://127.0.0.1:*") != 0)
-            throw std::runtime_error(zmq_strerror(zmq_errno()));
+        const int linger_ms = 0;
+        zmq_setsockopt(socket_, ZMQ_LINGER, &linger_ms, sizeof linger_ms);
+        zmq_bind(socket_, "tcp://127.0.0.1:*");
         zmq_getsockopt(socket_, ZMQ_LAST_ENDPOINT, bound, &size);
         port_ = std::stoi(std::strrchr(bound, ':') + 1);
         thread_ = std::thread([this] { serve(); });
     }
     ~scripted_server() {
-        const int linger_ms = 0;
-        eventfd_write(stop_event_, 1);
+        zmq_ctx_shutdown(context_);
         thread_.join();
-        zmq_setsockopt(socket_, ZMQ_LINGER, &linger_ms, sizeof linger_ms);
-        zmq_close(socket_);
         zmq_ctx_term(context_);
-        close(stop_event_);
     }
     scripted_server(const scripted_server&) = delete;
     scripted_server& operator=(const scripted_server&) = delete;
 
     int port() const { return port_; }
-    /// A connection to this server, connected; further parts end at the last one if @p whole.
     std::shared_ptr<client_comm> connect(bool whole = false) const {
-        auto connection = std::make_shared<client_comm>("127.0.0.1", port_);
-        connection->stop_at_last_part(whole);
-        if (connection->connect_to_server() != 0)
-            throw std::runtime_error("scripted server: no connection");
-        return connection;
+        return connect_to(port_, whole);
     }
-    /// Queues the answer to a request other than the handshake. Without any, the script or a packet
-    /// of zeros answers.
+    /// Queues the answer to a request. Without any, the script or a packet of zeros answers.
     void next(answer_packets packets) {
         std::lock_guard<std::mutex> guard(lock_);
         queue_.push_back(std::move(packets));
     }
     void next_text(int sub_command, const std::string& text) { next({packet(sub_command, text)}); }
-    /// Answers what has no queued answer.
-    void answer(script how) {
+    /// Answers what has no queued answer; to be set before the first request.
+    void answer(script how) { script_ = std::move(how); }
+    /// All requests since the last call, or all but the handshake.
+    std::vector<std::string> take_requests(bool handshake = false) {
         std::lock_guard<std::mutex> guard(lock_);
-        script_ = std::move(how);
-    }
-    /// Answers the handshake too by queue and script.
-    void script_handshake() { scripted_handshake_ = true; }
-    /// All requests since the last call.
-    std::vector<std::string> take_all_requests() {
-        std::lock_guard<std::mutex> guard(lock_);
-        return std::exchange(requests_, {});
-    }
-    /// Requests other than the handshake since the last call.
-    std::vector<std::string> take_requests() {
         std::vector<std::string> wanted;
-        for (std::string& request : take_all_requests())
-            if (header_of(request).command != client_id_command)
+        for (std::string& request : std::exchange(requests_, {}))
+            if (handshake || header_of(request).command != client_id_command)
                 wanted.push_back(std::move(request));
         return wanted;
     }
 
-    unsigned char granted_id = 7;
+    int granted_id = 7; ///< if negative, queue and script answer the handshake too
 
 private:
     answer_packets answer_to(const std::string& request) {
         const data_struct header = header_of(request);
         std::lock_guard<std::mutex> guard(lock_);
         requests_.push_back(request);
-        if (header.command == client_id_command && !scripted_handshake_)
+        if (header.command == client_id_command && granted_id >= 0)
             return {packet(header.sub_command, std::string(1, static_cast<char>(granted_id)))};
         if (queue_.empty())
-            return script_ ? script_(header.command, header.sub_command, request)
-                           : answer_packets{packet(header.sub_command, "")};
+            return script_(header.command, header.sub_command, request);
         answer_packets packets = std::move(queue_.front());
         queue_.pop_front();
         return packets;
     }
 
     void serve() {
-        zmq_pollitem_t items[] = {{socket_, 0, ZMQ_POLLIN, 0},
-                                  {nullptr, stop_event_, ZMQ_POLLIN, 0}};
-        for (;;) {
-            zmq_poll(items, 2, -1);
-            if (items[1].revents != 0)
-                return;
-            char part[65536]; // the peer's name, nothing, the request
-            const int name = zmq_recv(socket_, part, 256, 0);
-            zmq_recv(socket_, part + name, 0, 0);
-            const int n = zmq_recv(socket_, part + name, sizeof part - 256, 0);
-            const answer_packets packets =
-                answer_to(std::string(part + name, static_cast<std::size_t>(n)));
+        char peer[256];
+        char part[65536];
+        for (int name; (name = zmq_recv(socket_, peer, sizeof peer, 0)) >= 0;) {
+            zmq_recv(socket_, part, sizeof part, 0); // nothing; then the request
+            const int n = zmq_recv(socket_, part, sizeof part, 0);
+            const answer_packets packets = answer_to({part, static_cast<std::size_t>(n)});
             if (packets.empty())
                 continue;
-            zmq_send(socket_, part, static_cast<std::size_t>(name), ZMQ_SNDMORE);
+            zmq_send(socket_, peer, static_cast<std::size_t>(name), ZMQ_SNDMORE);
             zmq_send(socket_, "", 0, ZMQ_SNDMORE);
-            for (std::size_t i = 0; i < packets.size(); ++i)
-                zmq_send(socket_, packets[i].data(), packets[i].size(),
-                         i + 1 < packets.size() ? ZMQ_SNDMORE : 0);
+            for (const std::string& each : packets)
+                zmq_send(socket_, each.data(), each.size(),
+                         &each == &packets.back() ? 0 : ZMQ_SNDMORE);
         }
+        zmq_close(socket_);
     }
 
     void* context_ = zmq_ctx_new();
     void* socket_ = zmq_socket(context_, ZMQ_ROUTER);
-    int stop_event_ = eventfd(0, EFD_CLOEXEC);
     int port_ = 0;
     std::mutex lock_;
     std::vector<std::string> requests_;
     std::deque<answer_packets> queue_;
-    script script_;
-    bool scripted_handshake_ = false;
+    script script_ = [](int, int sub, const std::string&) -> answer_packets {
+        return {packet(sub, "")};
+    };
     std::thread thread_;
 };
 
