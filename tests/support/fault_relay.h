@@ -2,7 +2,7 @@
 #ifndef MONCL_TESTS_FAULT_RELAY_H
 #define MONCL_TESTS_FAULT_RELAY_H
 
-#include <atomic>
+#include <algorithm>
 #include <functional>
 #include <mutex>
 #include <netinet/in.h>
@@ -31,15 +31,13 @@ public:
     ~fault_relay() {
         eventfd_write(stop_event_, 1);
         thread_.join();
-        for (int fd : {client_.load(), server_.load(), listener_, stop_event_})
+        for (int fd : {client_, server_, listener_, stop_event_})
             close(fd);
     }
     fault_relay(const fault_relay&) = delete;
     fault_relay& operator=(const fault_relay&) = delete;
 
     int port() const { return port_; }
-    /// Whether a client is connected, or was when its end was last looked at.
-    bool connected() const { return client_ != -1; }
     /// Holds what the server sends from now on until there are @p size bytes, and damages these.
     void damage_next(std::size_t size, fault how) {
         std::lock_guard<std::mutex> guard(lock_);
@@ -62,8 +60,8 @@ private:
             const bool next = items[1].revents != 0;
             if (next || (items[2].revents != 0 && !pass(client_, server_)) ||
                 (items[3].revents != 0 && !pass(server_, client_))) {
-                close(server_.exchange(-1));
-                close(client_.exchange(-1));
+                close(std::exchange(server_, -1));
+                close(std::exchange(client_, -1));
                 held_.clear();
             }
             if (next) {
@@ -100,8 +98,8 @@ private:
     int port_;
     int listener_ = new_socket();
     int stop_event_ = eventfd(0, EFD_CLOEXEC);
-    std::atomic<int> client_{-1};
-    std::atomic<int> server_{-1};
+    int client_ = -1;
+    int server_ = -1;
     std::string held_; // of the server's bytes
     std::mutex lock_;
     std::size_t size_ = 0;
