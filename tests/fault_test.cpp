@@ -43,8 +43,8 @@ std::function<front_end(int)> starter(Query query, Sample sample) {
 
 const subject subjects[] = {
     {"SYSINFO",
-     starter<sysinfo_manager>([](auto& m) { return m.get_cpu0_freq(); },
-                              [](auto& m) { return m.last_cpu_freq(); }),
+     starter<sysinfo_manager>([](auto& m) { return m.get_version(); },
+                              [](auto& m) { return std::stoi(m.last_version()); }),
      [](int n) { return std::to_string(n); }},
     {"CPU",
      starter<cpu_stat_manager>([](auto& m) { return m.get_cpu_usage(nullptr); },
