@@ -64,7 +64,7 @@ int client_comm::connect_to_server() {
     }
     if (zmq_connect(socket, str_target.c_str()) == -1) {
         log_zmq_error("zmq_connect error, %s\n");
-        // A send on a request socket without a peer would block for good.
+        // A request socket without a peer would only refuse to send.
         close_connect();
         return -3;
     }
@@ -129,7 +129,8 @@ int client_comm::send_msg_to_server(int command, int sub_command, const unsigned
     send_data->cur_packet = 0;
     send_data->crc = crc32(send_data->msg, static_cast<int>(len), crc_32_MPEG2);
     gettimeofday(&send_data->time, nullptr);
-    if (zmq_send(socket, send_data, sizeof(data_struct) + len, 0) == -1) {
+    // A peer whose bytes made no sense is gone for good: a send that waits for one would never end.
+    if (zmq_send(socket, send_data, sizeof(data_struct) + len, ZMQ_DONTWAIT) == -1) {
         log_zmq_error("zmq_send error, %s\n");
         return -2;
     }

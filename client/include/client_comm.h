@@ -36,7 +36,7 @@ public:
     ///         the handshake's send or receive
     int connect_to_server();
 
-    /// Sends one request frame of @p len payload bytes; copies @p msg.
+    /// Sends one request frame of @p len payload bytes; copies @p msg. Never waits.
     /// @return 0; -1 if @p len is above 1024 (nothing is sent); -2 if the send failed
     int send_msg_to_server(int command, int sub_command, const unsigned char* msg,
                            unsigned int len);

@@ -89,7 +89,7 @@ public:
 
     std::shared_ptr<client_comm> client; ///< the connection; may be shared; null until given one
     int request_cmd = 0;                 ///< `command` of every request
-    std::mutex req_lock;                 ///< held for a whole request cycle
+    mutable std::mutex req_lock;         ///< held for a whole request cycle
     request_handler* manager = nullptr;  ///< the most-derived manager, set by its constructor
     const char* log_tag = "MONCL";       ///< tag of this manager's log lines; a literal
     std::vector<unsigned char>

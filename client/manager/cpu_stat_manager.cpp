@@ -230,8 +230,13 @@ int cpu_stat_manager::get_process_io(std::ostream* os) {
 }
 
 int cpu_stat_manager::get_process_all(int pid, std::ostream* os) {
-    process_parser->pid = pid;
-    return get_process_info(8, process_parser, os);
+    std::uint8_t payload[4];
+    u32_to_u8(static_cast<unsigned int>(pid), payload);
+    {
+        std::lock_guard<std::mutex> lock(req_lock);
+        process_parser->pid = pid;
+    }
+    return get_req_info(8, payload, sizeof payload, process_parser, os);
 }
 
 int cpu_stat_manager::get_interrupt(std::ostream* os) {

@@ -89,6 +89,7 @@ int sysinfo_manager::get_cpu_possible(std::ostream*) {
         log_failure("get cpu num failed\n", r);
         return r;
     }
+    std::lock_guard<std::mutex> lock(req_lock);
     return possible_parser->cpu_num;
 }
 
@@ -97,9 +98,11 @@ int sysinfo_manager::get_version() {
 }
 
 std::uint64_t sysinfo_manager::last_cpu_freq() const {
+    std::lock_guard<std::mutex> lock(req_lock);
     return freq_parser->cpu_f->cpu_frequency;
 }
 
 std::string sysinfo_manager::last_version() const {
+    std::lock_guard<std::mutex> lock(req_lock);
     return ver_parser->ver->version;
 }

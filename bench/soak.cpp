@@ -1,0 +1,356 @@
+// A long run: every query of every manager, over and over, against a server that is stopped, killed
+// and started again on the way. Prints what both sides hold and fails if that grows.
+#include "cpu_stat_manager.h"
+#include "net_stat_manager.h"
+#include "nnu_ratio_manager.h"
+#include "peri_stat_manager.h"
+#include "session.h"
+#include "sys_info_manager.h"
+#include "vio_info_manager.h"
+
+#include <CLI/CLI.hpp>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iomanip>
+#include <iostream>
+#include <optional>
+#include <sstream>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <zmq.h>
+
+namespace {
+std::atomic<long> errors_logged{0};
+}
+
+// A million failures would be a million lines.
+extern "C" int __android_log_print(int priority, const char*, const char*, ...) {
+    constexpr int error = 6;
+    errors_logged += priority >= error;
+    return 0;
+}
+
+namespace {
+/// monsrv as a child process, at the same port each time it is started.
+class server_process {
+public:
+    explicit server_process(std::string path) : path_(std::move(path)) { start(); }
+    ~server_process() { stop(); }
+    server_process(const server_process&) = delete;
+    server_process& operator=(const server_process&) = delete;
+
+    /// @throws std::runtime_error if it does not say where it listens
+    void start() {
+        int said[2];
+        const std::string port = std::to_string(port_);
+        if (pipe(said) != 0 || (pid_ = fork()) == -1)
+            throw std::runtime_error(std::strerror(errno));
+        if (pid_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            dup2(said[1], STDOUT_FILENO);
+            closefrom(STDERR_FILENO + 1);
+            execl(path_.c_str(), "monsrv", "--simulate-board", "--port", port.c_str(), nullptr);
+            _exit(127);
+        }
+        close(said[1]);
+        std::string line;
+        for (char c = 0; c != '\n' && read(said[0], &c, 1) == 1;)
+            line += c;
+        close(said[0]);
+        if (line.find(':') == line.npos)
+            throw std::runtime_error(path_ + " does not listen");
+        port_ = std::stoi(line.substr(line.rfind(':') + 1));
+    }
+    void stop() {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    pid_t pid() const { return pid_; }
+    int port() const { return port_; }
+
+private:
+    std::string path_;
+    pid_t pid_ = -1;
+    int port_ = 0;
+};
+
+/// What a process holds.
+struct holdings {
+    long resident_kb = 0;
+    long threads = 0;
+    long descriptors = 0;
+
+    explicit holdings(pid_t pid) {
+        const std::string folder = "/proc/" + std::to_string(pid);
+        std::ifstream status(folder + "/status");
+        for (std::string key; status >> key; status.ignore(1000, '\n')) {
+            if (key == "VmRSS:")
+                status >> resident_kb;
+            else if (key == "Threads:")
+                status >> threads;
+        }
+        // The folder that is being counted is open meanwhile, in this process.
+        descriptors = std::distance(std::filesystem::directory_iterator(folder + "/fd"), {}) -
+                      (pid == getpid() ? 1 : 0);
+    }
+    /// Compares with @p start, which it takes the place of if there is none.
+    bool has_grown(std::optional<holdings>& start, long slack_kb) const {
+        if (!start)
+            start = *this;
+        return resident_kb > start->resident_kb + slack_kb || threads > start->threads ||
+               descriptors > start->descriptors;
+    }
+};
+
+/// The managers, a connection each, and all they can be asked.
+class front_end {
+public:
+    explicit front_end(int port)
+        : system_("127.0.0.1", port), cpus_(connect(port)), nnu_(connect(port)),
+          peri_(connect(port)), vio_(connect(port)), net_(connect(port)) {
+        system_.client->stop_at_last_part(true);
+        cpus_.add_stat_monitor_process(getpid());
+        cpus_.add_io_monitor_process(getpid());
+        const auto add = [this](const std::shared_ptr<client_comm>& connection, auto... asks) {
+            (queries_.push_back({connection.get(), asks}), ...);
+        };
+        add(
+            system_.client, [this] { return system_.get_cpu0_freq(); },
+            [this] { return system_.get_cpu_possible(&report_); },
+            [this] { return system_.get_version(); });
+        add(
+            cpus_.client, [this] { return cpus_.get_cpu_usage(&report_); },
+            [this] { return cpus_.get_process_stat(&report_); },
+            [this] { return cpus_.get_process_io(&report_); },
+            [this] { return cpus_.get_process_all(0, &report_); },
+            [this] { return cpus_.get_interrupt(&report_); },
+            [this] { return cpus_.enable_perf_mon(); },
+            [this] { return cpus_.get_perf_data(&report_); },
+            [this] { return cpus_.disable_perf_mon(); });
+        add(
+            nnu_.client, [this] { return nnu_.get_nnu_ratio_all(&report_); },
+            [this] { return nnu_.get_nnu1_ratio(&report_); });
+        add(
+            peri_.client, [this] { return peri_.get_meminfo(&report_); },
+            [this] { return peri_.get_block_usage(&report_); },
+            [this] { return peri_.get_partition_info(partitions_, &report_); },
+            [this] { return peri_.get_all_thermal(&report_); },
+            [this] { return peri_.get_thermal(1, &report_); },
+            [this] { return peri_.get_cooling_0(&report_); },
+            [this] { return peri_.get_cooling_1(&report_); },
+            [this] { return peri_.get_ion_info(&report_); });
+        add(
+            vio_.client, [this] { return vio_.get_isp_info(); },
+            [this] { return vio_.get_isp_fps(); }, [this] { return vio_.get_cim_fps(); },
+            [this] { return vio_.get_pym_fps(); }, [this] { return vio_.get_gdc_fps(); },
+            [this] { return vio_.get_pym_stat(); }, [this] { return vio_.get_vio_delay(); });
+        add(
+            net_.client, [this] { return net_.start_net_monitor(); },
+            [this] { return net_.add_net_monitor_process(getpid()); },
+            [this] { return net_.get_bandwidth_stat(&report_); },
+            [this] { return net_.remove_net_monitor_process(getpid()); },
+            [this] { return net_.exit_net_monitor(); });
+    }
+
+    /// Asks everything once.
+    /// @return the number of queries
+    long ask_all() {
+        for (const auto& [connection, query] : queries_)
+            ask(*connection, query);
+        return static_cast<long>(queries_.size());
+    }
+    /// Asks one thing, another one each time.
+    long ask_one() {
+        const auto& [connection, query] = queries_[next_++ * 5 % queries_.size()];
+        ask(*connection, query);
+        return 1;
+    }
+    /// Ids that the server has not granted to anybody: asks for them all and gives them back.
+    int free_ids() {
+        client_comm& connection = *system_.client;
+        std::vector<unsigned char> granted;
+        const unsigned char none[4] = {};
+        do {
+            if (connection.send_msg_to_server(client_id_command, 1, none, sizeof none) < 0 ||
+                connection.recv_msg_from_server() < 0)
+                return -1;
+            granted.push_back(connection.get_recv_data()->msg[0]);
+        } while (granted.back() != 0);
+        granted.pop_back();
+        for (unsigned char id : granted)
+            if (connection.send_msg_to_server(client_id_command, 2, &id, 1) < 0 ||
+                connection.recv_msg_from_server() < 0)
+                return -1;
+        return static_cast<int>(granted.size());
+    }
+    /// A client that comes and goes.
+    static bool visit(int port) {
+        const unsigned char own = std::exchange(client_comm::client_id, std::uint8_t{0});
+        const bool well = come_and_go(port);
+        client_comm::client_id = own;
+        return well;
+    }
+
+    long refused = 0;
+    long unanswered = 0;
+
+private:
+    static bool come_and_go(int port) {
+        client_comm visitor("127.0.0.1", port);
+        const bool well = visitor.connect_to_server() == 0 && client_comm::client_id != 0 &&
+                          visitor.back_client_id() == 0;
+        close_at_once(visitor);
+        return well;
+    }
+    // Starts over if no answer comes.
+    void ask(client_comm& connection, const std::function<int()>& query) {
+        report_.str({});
+        const int code = query();
+        if (code >= 0)
+            return;
+        if (tools::answered(connection, code)) {
+            ++refused;
+            return;
+        }
+        ++unanswered;
+        close_at_once(connection);
+        connection.connect_to_server();
+    }
+    static std::shared_ptr<client_comm> connect(int port) {
+        auto connection = std::make_shared<client_comm>("127.0.0.1", port);
+        connection->stop_at_last_part(true);
+        return connection;
+    }
+    static void close_at_once(client_comm& connection) {
+        const int linger_ms = 0;
+        zmq_setsockopt(connection.get_socket(), ZMQ_LINGER, &linger_ms, sizeof linger_ms);
+        connection.close_connect();
+    }
+
+    std::ostringstream report_;
+    std::vector<const char*> partitions_;
+    sysinfo_manager system_;
+    cpu_stat_manager cpus_;
+    nnu_ratio_manager nnu_;
+    peri_stat_manager peri_;
+    vio_info_manager vio_;
+    net_stat_manager net_;
+    std::vector<std::pair<client_comm*, std::function<int()>>> queries_;
+    std::size_t next_ = 0;
+};
+
+/// The run and its table.
+class soak {
+public:
+    soak(const std::string& server, std::ostream& out)
+        : server_(server), asking_(server_.port()), out_(out) {}
+
+    /// @return whether both sides held at the end what they did at the start
+    bool run(long queries, int disturbances) {
+        out_
+            << "            client                        server\n"
+               "   queries  resident KB  descr.  threads  resident KB  descr.  threads  ids held\n";
+        const long stretch = queries / (disturbances + 1) + 1;
+        while (asked_ < queries) {
+            const long until = asked_ + stretch;
+            ask_until(std::min(asked_ + settling, until));
+            take_stock();
+            ask_until(until);
+            take_stock();
+            if (asked_ < queries)
+                disturb();
+        }
+        out_ << asking_.refused << " queries refused by the server, " << asking_.unanswered
+             << " unanswered and started over; " << visits_ << " clients came and went; server "
+             << disturbances_ << " times killed or stopped; " << errors_logged << " errors logged\n"
+             << (well_ ? "Nothing grew.\n" : "Something GREW or was lost.\n");
+        return well_;
+    }
+
+private:
+    static constexpr long settling = 10000; // queries until memory is what it stays
+    static constexpr long slack_kb = 1024;  // allocators keep some
+
+    void ask_until(long count) {
+        while (asked_ < count)
+            asked_ += asking_.ask_all();
+    }
+
+    void take_stock() {
+        for (int i = 0; i < 100; ++i, ++visits_)
+            well_ = front_end::visit(server_.port()) && well_;
+        const int held = 255 - asking_.free_ids();
+        usleep(300000); // the server closes behind its visitors when it gets to it
+        const holdings client(getpid());
+        const holdings server(server_.pid());
+        const auto show = [this](const holdings& h) {
+            out_ << std::setw(13) << h.resident_kb << std::setw(8) << h.descriptors << std::setw(9)
+                 << h.threads;
+        };
+        out_ << std::setw(10) << asked_;
+        show(client);
+        show(server);
+        out_ << std::setw(10) << held << std::endl;
+        well_ = !client.has_grown(client_start_, slack_kb) &&
+                !server.has_grown(server_start_, slack_kb) && held == 1 && well_;
+    }
+
+    // Kills or stops the server, asks it in vain, and has it back.
+    void disturb() {
+        const bool stop = ++disturbances_ % 3 == 0;
+        if (stop)
+            kill(server_.pid(), SIGSTOP);
+        else
+            server_.stop();
+        asked_ += asking_.ask_one();
+        if (stop) {
+            kill(server_.pid(), SIGCONT);
+            return;
+        }
+        server_.start();
+        server_start_.reset();
+    }
+
+    server_process server_;
+    front_end asking_;
+    std::ostream& out_;
+    std::optional<holdings> client_start_;
+    std::optional<holdings> server_start_; // of this one of several
+    long asked_ = 0;
+    long visits_ = 0;
+    int disturbances_ = 0;
+    bool well_ = true;
+};
+} // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app("Asks a server of its own over and over and tells what both sides hold.",
+                 "moncl_soak");
+    long queries = 1000000;
+    int disturbances = 12;
+    std::string server;
+    app.add_option("queries", queries, "Queries to ask")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    app.add_option("--server", server, "Path of monsrv")->required()->check(CLI::ExistingFile);
+    app.add_option("--disturbances", disturbances, "Times the server is killed or stopped")
+        ->check(CLI::Range(0, 1000))
+        ->capture_default_str();
+    CLI11_PARSE(app, argc, argv);
+    // Some answers are printed by the library: their text goes nowhere.
+    std::ostream out(std::cout.rdbuf(nullptr));
+    std::signal(SIGPIPE, SIG_IGN);
+    try {
+        return soak(server, out).run(queries, disturbances) ? 0 : 1;
+    } catch (const char* failure) {
+        std::cerr << "moncl_soak: " << failure << "\n";
+    } catch (const std::exception& e) {
+        std::cerr << "moncl_soak: " << e.what() << "\n";
+    }
+    return 1;
+}
