@@ -4,19 +4,12 @@
 
 TEST(common_func, codecs_and_time_differences) {
     unsigned char bytes[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-    EXPECT_EQ(u8_to_u32(bytes), 0x04030201U);
-    EXPECT_EQ(u8_to_u64(bytes), 0x0102030405060708UL);
-    u64_to_u8(0xF102030405060708UL, bytes);
-    EXPECT_EQ(u8_to_u64(bytes), 0xF102030405060708UL);
-    u32_to_u8(0xF4030201U, bytes);
-    EXPECT_EQ(u8_to_u32(bytes), 0xF4030201U);
+    EXPECT_EQ(line_of(u8_to_u32(bytes), u8_to_u64(bytes)), line_of(0x04030201, 0x0102030405060708));
+    u64_to_u8(0x1122334455667788, bytes);
+    EXPECT_EQ(u8_to_u64(bytes), 0x1122334455667788U);
     EXPECT_EQ(line_of(+reverse8(0x2F), reverse32(0xF00D)), line_of(0xF4, 0xB00F0000));
-    EXPECT_EQ(crc32(bytes, 8, crc_32) + crc32(nullptr, -1, crc_32_MPEG2), 0U);
-    timeval start{10, 999999};
-    timeval end{11, 0};
-    EXPECT_EQ(line_of(time_diff(start, end), time_diff_us(start, end), time_diff(end, start)),
-              line_of(1, 1, ~0UL));
-    EXPECT_EQ(ms_to_ujiffies(1009), 100U);
+    timeval start{10, 999999}, end{11, 0};
+    EXPECT_EQ(line_of(time_diff(start, end), time_diff(end, start)), line_of(1, ~0UL));
 }
 
 TEST(common_func, sizes_have_one_decimal_and_a_unit) {
