@@ -46,7 +46,6 @@ TEST(request_handler, sends_receives_decodes_and_reports) {
     EXPECT_EQ(log.take(), "");
     const std::tuple<int, answer_packets, int, std::string> failures[] = {
         {1025, {}, 0, "Send message error with -1"},
-        {-1, {}, 0, "Send message error with -1"},
         {4, {error_packet(5, -7)}, 0, "Receive message error with -7"},
         {4, {packet(5, "x")}, -9, "Handle request error with -9"},
         {4, {}, 0, "Receive message error with -3"}}; // last: it spoils the socket
