@@ -1,6 +1,8 @@
 // The connection: bytes of requests, what is taken as an answer, several parts, the client id.
 #include "manager_support.h"
 
+#include <regex>
+
 namespace {
 struct client_comm_test : testing::Test {
     ~client_comm_test() override {
@@ -15,20 +17,17 @@ struct client_comm_test : testing::Test {
     }
     // Errors logged since the last call.
     std::string errors() {
-        std::istringstream lines(log.take());
-        std::string all;
-        for (std::string line; std::getline(lines, line);)
-            all += line.rfind("6 MONCL_COMM: ", 0) == 0 ? line.substr(14) + "|" : "";
-        return all;
+        return std::regex_replace(log.take(), std::regex("4 .*\n|6 MONCL_COMM: "), "");
     }
 
     log_capture log;
     scripted_server server;
     std::shared_ptr<client_comm> connection = server.connect();
     const std::string silent = "zmq_poll timeout, please check connection with 127.0.0.1:" +
-                               std::to_string(server.port()) + "|";
+                               std::to_string(server.port()) + "\n";
 };
-const std::string shorter = " bytes is shorter than its header|";
+const std::string shorter = " bytes is shorter than its header\n";
+const std::string crc = "crc error, compute crc is 0 , receive crc is ";
 } // namespace
 
 TEST_F(client_comm_test, asks_for_an_id_and_gives_it_back) {
@@ -45,20 +44,20 @@ TEST_F(client_comm_test, asks_for_an_id_and_gives_it_back) {
 
     server.granted_id = 0;
     connection = server.connect();
-    EXPECT_EQ(errors(), "Recv client_id is Unavailable|");
+    EXPECT_EQ(errors(), "Recv client_id is Unavailable\n");
     client_comm::client_id = 9;
     server.granted_id = -1;
     server.next({error_packet(2, -5)});
     EXPECT_EQ(connection->back_client_id(), -5);
-    EXPECT_EQ(errors(), "Handle request return -5|Back request id failed -5|");
+    EXPECT_EQ(errors(), "Handle request return -5\nBack request id failed -5\n");
     close_at_once(*connection);
     EXPECT_EQ(connection->back_client_id(), -2);
     EXPECT_EQ(client_comm::client_id, 9) << "it is kept";
-    EXPECT_EQ(errors(), "zmq_send error, Socket operation on non-socket|Send back id failed -2|");
+    EXPECT_EQ(errors(), "zmq_send error, Socket operation on non-socket\nSend back id failed -2\n");
     client_comm::client_id = 0;
     server.next({}); // nobody answers
     EXPECT_EQ(connection->connect_to_server(), -3);
-    EXPECT_EQ(errors(), silent + "Recv request id failed -3|");
+    EXPECT_EQ(errors(), silent + "Recv request id failed -3\n");
 }
 
 TEST_F(client_comm_test, sends_48_bytes_and_the_payload) {
@@ -75,7 +74,7 @@ TEST_F(client_comm_test, sends_48_bytes_and_the_payload) {
                   request_bytes(-3, 77, bytes.substr(0, size)));
     }
     EXPECT_EQ(connection->send_msg_to_server(1, 1, payload, 1025), -1);
-    EXPECT_EQ(errors(), "client_comm send support max len is 1024|");
+    EXPECT_EQ(errors(), "client_comm send support max len is 1024\n");
     // The very bytes that docs/protocol.md shows.
     const std::string expected("\x02\xAE\0\0\3\0\0\0\4\0\0\0\x30\0\0\0\0\0\x30\7\0\0\0\0"
                                "\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\xD2\4\0\0",
@@ -92,36 +91,28 @@ TEST_F(client_comm_test, sends_48_bytes_and_the_payload) {
 TEST_F(client_comm_test, judges_answers) {
     const std::string text = "0123456789";
     const std::string full(8192, 'a');
-    const std::string wrong = "crc error, compute crc is 0 , receive crc is -2147483647|";
-    const struct {
-        const char* name;
-        std::string answer;
-        int result;
-        std::string shown = {}; // what the payload starts with; zeros must follow
-        std::string logged = {};
-    } cases[] = {
-        {"good", packet(1, text), 8240, text},
-        {"shorter msg_len", packet(1, text, 4), 8240, "0123"},
-        {"msg_len beyond what came", packet(1, text, 500).substr(0, 54), 54, text},
-        {"header alone", packet(1, "", 8192).substr(0, 44), 44},
-        {"full payload", packet(1, full), 8240, full},
-        {"one byte less", packet(1, full, 8191), 8240, full.substr(1)},
-        {"msg_len that announces parts", packet(1, text, 8193), 8240, text},
-        {"longer than a frame", packet(1, text) + full.substr(0, 760), 9000, text},
-        {"checksum", packet(1, text, 4, 0x80000001), -4, "", wrong},
-        {"server error", error_packet(1, -5), -5, "", "Handle request return -5|"},
-        {"error like a time-out", error_packet(1, -3), -3, "", "Handle request return -3|"},
-        {"runt", packet(1, "").substr(0, 43), -1, "", "zmq_recv error, frame of 43" + shorter},
-    };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.name);
+    // Name, answer, result, what the payload starts with (zeros must follow), log.
+    const std::tuple<const char*, std::string, int, std::string, std::string> cases[] = {
+        {"good", packet(1, text), 8240, text, ""},
+        {"shorter msg_len", packet(1, text, 4), 8240, "0123", ""},
+        {"msg_len beyond what came", packet(1, text, 500).substr(0, 54), 54, text, ""},
+        {"header alone", packet(1, "", 8192).substr(0, 44), 44, "", ""},
+        {"full payload", packet(1, full), 8240, full, ""},
+        {"one byte less", packet(1, full, 8191), 8240, full.substr(1), ""},
+        {"msg_len that announces parts", packet(1, text, 8193), 8240, text, ""},
+        {"longer than a frame", packet(1, text) + full.substr(0, 760), 9000, text, ""},
+        {"checksum", packet(1, text, 4, 0x80000001), -4, "", crc + "-2147483647\n"},
+        {"server error", error_packet(1, -5), -5, "", "Handle request return -5\n"},
+        {"error like a time-out", error_packet(1, -3), -3, "", "Handle request return -3\n"},
+        {"runt", packet(1, "").substr(0, 43), -1, "", "zmq_recv error, frame of 43" + shorter}};
+    for (const auto& [name, answer, result, shown, logged] : cases) {
         ASSERT_EQ(ask({packet(1, std::string(8192, 'z'))}), 8240); // would show through
         const auto before = connection->get_recv_time_us();
-        EXPECT_EQ(ask({each.answer}), each.result);
+        EXPECT_EQ(ask({answer}), result) << name;
         EXPECT_GE(connection->get_recv_time_us(), before);
-        EXPECT_EQ(errors(), each.logged);
+        EXPECT_EQ(errors(), logged);
         const auto* payload = reinterpret_cast<char*>(connection->get_recv_data()->msg);
-        EXPECT_TRUE(each.result < 0 || std::string(payload, 8196) == field(each.shown, 8196));
+        EXPECT_TRUE(result < 0 || std::string(payload, 8196) == field(shown, 8196)) << name;
     }
 }
 
@@ -131,45 +122,28 @@ TEST_F(client_comm_test, joins_parts) {
     const std::string first = packet(9, a, 2 * 8192 + 3);
     const std::string second = packet(9, ab.substr(8192));
     const answer_packets parts = {first, second, packet(9, "end")};
-    const struct {
-        answer_packets answer;
-        bool whole;
-        int room, result;
-        std::string arrived; // then nothing up to the end of the part
-        std::string logged = {};
-    } cases[] = {
-        {parts, true, 24576, 0, ab + "end"},
+    const std::string runt = "zmq_recv error, frame of 10" + shorter;
+    // Answer, up to its last part, room, result, what arrives (zeros up to the part's end), log.
+    const std::tuple<answer_packets, bool, int, int, std::string, std::string> cases[] = {
+        {parts, true, 24576, 0, ab + "end", ""},
         {parts, false, 32768, -1, ab + "end", // one receive more by default
-         "zmq_recv error, Operation cannot be accomplished in current state|"},
-        {{packet(9, "one")}, true, 8192, 0, "one"},
-        {parts, true, 24575, -1, ab, "answer does not fit into 24575 bytes|"},
-        {parts, true, 8191, -1, "", "answer does not fit into 8191 bytes|"},
-        {{first, second.substr(0, 50), parts[2]}, true, 24576, 0, a + "bbbbbb"},
-        {{first, packet(9, "", 0, 1)},
-         true,
-         24576,
-         -1,
-         a,
-         "crc error, compute crc is 0 , receive crc is 1|"},
-        {{first, second.substr(0, 10)},
-         true,
-         24576,
-         -1,
-         a,
-         "zmq_recv error, frame of 10" + shorter},
-    };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(&each - cases);
+         "zmq_recv error, Operation cannot be accomplished in current state\n"},
+        {{packet(9, "one")}, true, 8192, 0, "one", ""},
+        {parts, true, 24575, -1, ab, "answer does not fit into 24575 bytes\n"},
+        {parts, true, 8191, -1, "", "answer does not fit into 8191 bytes\n"},
+        {{first, second.substr(0, 50), parts[2]}, true, 24576, 0, a + "bbbbbb", ""},
+        {{first, packet(9, "", 0, 1)}, true, 24576, -1, a, crc + "1\n"},
+        {{first, second.substr(0, 10)}, true, 24576, -1, a, runt}};
+    for (const auto& [answer, whole, size, result, arrived, logged] : cases) {
         close_at_once(*connection);
-        connection = server.connect(each.whole);
-        EXPECT_EQ(ask(each.answer), 8240);
+        connection = server.connect(whole);
+        EXPECT_EQ(ask(answer), 8240);
         errors();
-        std::vector<unsigned char> room(static_cast<std::size_t>(each.room)); // its end is guarded
-        EXPECT_EQ(connection->recv_more_msg(room.data(), each.room), each.result);
-        const auto filled = static_cast<long>((each.arrived.size() + 8191) / 8192 * 8192);
-        EXPECT_TRUE(std::string(room.begin(), room.begin() + filled) ==
-                    field(each.arrived, static_cast<std::size_t>(filled)));
-        EXPECT_EQ(errors(), each.logged);
+        std::vector<unsigned char> room(static_cast<std::size_t>(size)); // its end is guarded
+        EXPECT_EQ(connection->recv_more_msg(room.data(), size), result);
+        const std::string filled = field(arrived, (arrived.size() + 8191) / 8192 * 8192);
+        EXPECT_TRUE(std::equal(filled.begin(), filled.end(), reinterpret_cast<char*>(room.data())));
+        EXPECT_EQ(errors(), logged);
     }
 }
 
@@ -183,7 +157,7 @@ TEST_F(client_comm_test, refuses_to_go_on_after_a_failure_until_it_is_connected_
     client_comm::client_id = 0; // or what follows would give it back
     client_comm nowhere("no such host name", 1);
     EXPECT_EQ(nowhere.connect_to_server(), -3);
-    EXPECT_EQ(errors(), "zmq_connect error, Invalid argument|");
+    EXPECT_EQ(errors(), "zmq_connect error, Invalid argument\n");
     EXPECT_EQ(nowhere.get_socket(), nullptr);
     EXPECT_EQ(nowhere.recv_msg_from_server(), -3);
 }

@@ -29,7 +29,7 @@ TEST(monitor_server, refuses_what_it_does_not_understand_and_goes_on) {
         {with(1, 1, 4), -ENOSYS},
         {with(0xAE02, 999, 4), -ENOSYS},
         {with(0xEAEA, 3, 4), -ENOSYS},
-        {with(0xEAEA, 2, 1), -EINVAL}, // gives back what is not held
+        {with(0xEAEA, 2, 1), -EINVAL},
         {with(0xEAEA, 2, 0), -EINVAL},
         {"", -EBADMSG},
         {with(0xAE02, 1, 0, 43), -EBADMSG},

@@ -49,25 +49,24 @@ TEST(process_stat, usage) {
 }
 
 TEST(process_io, rates_are_over_whole_seconds) {
-    auto io = [](long read, long written) {
-        return "syscw: 4\nread_bytes: " + std::to_string(read) +
-               "\nwrite_bytes: " + std::to_string(written);
-    };
-    const std::tuple<long, std::string, const char*> steps[] = {
-        {1000, io(1000, 0), "0.000, write/s:0.000"},
-        {3500, io(6120, 4096), "2.500, write/s:2.000"},
-        {4499, io(99999, 99999), "2.500, write/s:2.000"}, // not a whole second: the rates stay
-        {5500, "rchar:\n", "2.500, write/s:2.000"},
-        {5600, "rchar: 99999999999999999999\n", "2.500, write/s:2.000"},
-        {6600, io(99999 + 1024, 99999 - 1024), "1.000, write/s:18014398509481984.000"}};
     offline<cpu_stat_manager> m;
     m.add_io_monitor_process(-2);
     cout_capture output;
-    for (const auto& [ms, text, rates] : steps)
-        EXPECT_EQ(report(m, m.io_parser[0], 4, text, {ms / 1000, ms % 1000 * 1000}),
-                  std::string("pid:-2, read/s:") + rates + "\n");
-    EXPECT_EQ(output.take(), repeated("parse_process_io failed:stol\n", 2));
-    EXPECT_EQ(m.io_parser[0]->last_pio->syscw, 4U);
+    auto next = [&m, ms = 0L](const std::string& text) mutable {
+        ms += std::stol(text);
+        const timeval time{1 + ms / 1000, ms % 1000 * 1000};
+        return report(m, m.io_parser[0], 4, text.substr(text.find(' ') + 1), time);
+    };
+    expect_each(
+        next,
+        {"0 read_bytes: 1000\nwrite_bytes: 0\nsyscw: 4 => pid:-2, read/s:0.000, write/s:0.000\n",
+         "2500 read_bytes: 6120\nwrite_bytes: 4096 => pid:-2, read/s:2.500, write/s:2.000\n",
+         // Not a whole second: the rates stay, as they do after a broken text.
+         "999 read_bytes: 99999\nwrite_bytes: 99999 => pid:-2, read/s:2.500, write/s:2.000\n",
+         "1001 rchar:\n => pid:-2, read/s:2.500, write/s:2.000\n",
+         "1000 read_bytes: 101023\nwrite_bytes: 98975 => pid:-2, read/s:1.000, "
+         "write/s:18014398509481984.000\n"});
+    EXPECT_EQ(output.take(), "parse_process_io failed:stol\n");
 }
 
 TEST(cpu_stat_manager, sends_what_its_queries_say) {
@@ -107,16 +106,15 @@ TEST(cpu_stat_manager, sends_what_its_queries_say) {
 
 TEST(cpu_stat_manager, prints_the_table_of_busiest_processes) {
     top_pid_info table{};
-    table.send_pid_info[0] = {4242,  1,   "sixteen_letters", 'R', -20, 7, 1.5F, 99.5F, 10,
-                              0.25F, 1536};
-    table.send_pid_info[0].comm[15] = '!';
+    table.send_pid_info[0] = {42, 1, "fifteen_letters", 'R', -20, 7, 1.5F, 99.5F, 10, 0.25F, 1536};
+    table.send_pid_info[0].comm[15] = '!'; // no NUL of its own
     offline<cpu_stat_manager> m;
     const std::string text = report(m, m.process_parser, 8, native(table));
-    EXPECT_EQ(text.substr(0, text.find('\n', text.find('\n') + 1)),
-              "PID     PPID    CPU     Comm                    IO:KB/s   %CPU    %NNU    Rss "
-              "      Priority  State     Net:KB/s  \n"
-              "4242    1       7       sixteen_letters!        1.50      99.50   0.25    1.5K    "
-              "  -20       R         10.00     ");
+    const std::string expected =
+        "PID     PPID    CPU     Comm                    IO:KB/s   %CPU    %NNU    Rss "
+        "      Priority  State     Net:KB/s  \n42      1       7       fifteen_letters!        "
+        "1.50      99.50   0.25    1.5K      -20       R         10.00     \n";
+    EXPECT_EQ(text.substr(0, expected.size()), expected);
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 147);
 }
 

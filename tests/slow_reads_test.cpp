@@ -9,13 +9,13 @@
 using monsrv::slow_reads;
 
 TEST(slow_reads, threads_are_bounded_and_a_late_value_serves_while_the_next_read_hangs) {
-    std::atomic<int> inside[2]{};
-    std::atomic<bool> open[2]{};
-    auto hang = [&](int gate) {
-        return [&inside = inside[gate], &open = open[gate], value = std::to_string(gate)] {
-            for (++inside; !open;)
+    static std::atomic<int> inside[2]; // a thread may outlive the test
+    static std::atomic<bool> open[2];
+    auto hang = [](int gate) {
+        return [gate] {
+            for (++inside[gate]; !open[gate];)
                 usleep(1000);
-            return slow_reads::outcome{0, value};
+            return slow_reads::outcome{0, std::to_string(gate)};
         };
     };
     slow_reads reads(2);

@@ -151,38 +151,33 @@ TEST(vio_info, takes_an_answer_of_many_parts_whole_or_ends_it_in_an_error) {
 }
 
 TEST(vio_info, merges_frame_rates_into_one_table) {
-    auto rates = [](const std::string& name, const char* in, const char* out,
-                    const char* pipe = "1") {
-        return name + " p " + pipe + " fps in : " + in + " fps out : " + out + "\n";
-    };
-    const std::tuple<std::string, std::string, std::string, std::string> cases[] = {
+    // The answers of CIM, ISP and PYM; the table.
+    const std::vector<std::string> cases[] = {
         // Rows ascend; the ISP's name is cut for its column and found again in the full one.
-        {rates("c", "3", "2", "3") + rates("c", "5", "4"), rates("i(f)", "28", "27"),
-         rates("p", "6", "5", "3"),
+        {"c p 3 f i : 3 f o : 2\nc p 1 f i : 5 f o : 4", "i(f) p 1 f i : 28 f o : 27",
+         "p p 3 f i : 6 f o : 5",
          "c             i             p             \n"
          "pipe1         5 =>4         28=>27        x             \n"
          "pipe3         3 =>2         x             6 =>5         \n"},
         // The ISP comes first wherever its full name holds a column's.
-        {rates("cim0", "30", "29"), rates("isp(cim0)", "28", "27"), rates("cim", "26", "25"),
-         "cim0          isp           cim           \n"
+        {"c0 p 1 f i : 30 f o : 29", "i(c0) p 1 f i : 28 f o : 27", "c p 1 f i : 26 f o : 25",
+         "c0            i             c             \n"
          "pipe1         28=>27        28=>27        28=>27        \n"},
         // Wide figures push the row to the right; an empty name is found in every other.
-        {rates("a-name-of-the-camera", "65535", "65535"), "\n", rates("p", "100", "1"),
+        {"a-name-of-the-camera p 1 f i : 65535 f o : 65535", "\n", "p p 1 f i : 100 f o : 1",
          "a-name-of-the-camera              p             \n"
          "pipe1         65535=>65535     x             100=>1         \n"},
         // What came before a failure is merged.
-        {rates("c", "30", "29"), "fail", rates("p", "3", "2"),
-         "c             p             \npipe1         30=>29        3 =>2         \n"}};
+        {"c p 1 f i : 3 f o : 2", "fail", "", "c             \npipe1         3 =>2         \n"}};
     for (const auto& each : cases) {
         served<vio_info_manager> with;
         with.server.answer([&each](int, int sub, const std::string&) -> answer_packets {
-            const auto& [cim, isp, pyramid, table] = each;
-            const std::string& text = sub <= 4 ? isp : sub <= 6 ? cim : pyramid;
+            const std::string& text = each[sub <= 4 ? 1 : sub <= 6 ? 0 : 2];
             return {text == "fail" ? error_packet(sub, -19) : packet(sub, sub % 2 ? "" : text)};
         });
-        const std::string table = "PIPE/IP       " + std::get<3>(each);
         std::ostringstream out;
-        EXPECT_EQ(with.m.sort_all_vio_fps(&out), std::count(table.begin(), table.end(), '\n') - 1);
-        EXPECT_EQ(out.str(), table);
+        EXPECT_EQ(with.m.sort_all_vio_fps(&out),
+                  std::count(each[3].begin(), each[3].end(), '\n') - 1);
+        EXPECT_EQ(out.str(), "PIPE/IP       " + each[3]);
     }
 }

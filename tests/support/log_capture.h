@@ -25,20 +25,13 @@ public:
 /// Collects standard output while it lives.
 class cout_capture {
 public:
-    cout_capture() : before_(std::cout.rdbuf(text_.rdbuf())) {}
     ~cout_capture() { std::cout.rdbuf(before_); }
-    cout_capture(const cout_capture&) = delete;
-    cout_capture& operator=(const cout_capture&) = delete;
     /// What was written since the last call.
-    std::string take() {
-        std::string text = text_.str();
-        text_.str({});
-        return text;
-    }
+    std::string take() { return std::exchange(text_, std::stringbuf()).str(); }
 
 private:
-    std::ostringstream text_;
-    std::streambuf* before_;
+    std::stringbuf text_;
+    std::streambuf* before_ = std::cout.rdbuf(&text_);
 };
 
 #endif

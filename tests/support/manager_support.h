@@ -11,6 +11,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <iomanip>
+#include <iterator>
 #include <sstream>
 
 /// @p value as the bytes of this machine, which are those of the wire.
@@ -27,10 +28,9 @@ inline std::string field(std::string text, std::size_t size) {
 
 /// @p text @p count times.
 inline std::string repeated(const std::string& text, int count) {
-    std::string all;
-    for (; count > 0; --count)
-        all += text;
-    return all;
+    std::ostringstream all;
+    std::fill_n(std::ostream_iterator<std::string>(all), count, text);
+    return all.str();
 }
 
 /// @p values, a blank behind each.

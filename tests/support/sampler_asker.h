@@ -18,10 +18,9 @@ public:
     int ask(int command, int sub_command, const std::string& payload = "",
             std::uint8_t client_id = 1) {
         monsrv::reply answer;
-        const int result = (*table_.find(command, sub_command))(
-            {sub_command, client_id, reinterpret_cast<const unsigned char*>(payload.data()),
-             payload.size()},
-            answer);
+        const auto* data = reinterpret_cast<const unsigned char*>(payload.data());
+        const monsrv::request asked{sub_command, client_id, data, payload.size()};
+        const int result = (*table_.find(command, sub_command))(asked, answer);
         bytes.assign(answer.bytes.begin(), answer.bytes.end());
         return result;
     }

@@ -89,8 +89,6 @@ public:
         thread_.join();
         zmq_ctx_term(context_);
     }
-    scripted_server(const scripted_server&) = delete;
-    scripted_server& operator=(const scripted_server&) = delete;
 
     int port() const { return port_; }
     std::shared_ptr<client_comm> connect(bool whole = false) const {
