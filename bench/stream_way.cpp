@@ -50,20 +50,34 @@ void stream_way::interrupts(const std::string& text, interrupt_parser& parser) {
     std::getline(lines, line);
     const auto cpus = std::count(line.begin(), line.end(), 'C');
     while (std::getline(lines, line)) {
+        const bool inter_processor = line.compare(0, 3, "IPI") == 0;
+        const bool numbered = line.size() > 2 && line[2] >= '0' && line[2] <= '9';
+        const bool error = line.compare(0, 3, "Err") == 0;
+        if (!inter_processor && !numbered && !error)
+            continue;
         auto record = std::make_shared<interrupt>();
         std::istringstream fields(line);
         std::string word;
         fields >> word;
-        if (line.compare(0, 3, "Err") == 0) {
+        if (error) {
             fields >> record->err_cnt;
+            parser.interrupts->push_back(record);
+            continue;
+        }
+        if (inter_processor) {
+            record->IPI_int_num = word;
         } else {
             word.pop_back();
             record->logic_int_num = std::stoul(word);
-            for (long i = 0; i < cpus; ++i) {
-                std::uint64_t count = 0;
-                fields >> count;
-                record->int_cnt.push_back(count);
-            }
+        }
+        for (long i = 0; i < cpus; ++i) {
+            std::uint64_t count = 0;
+            fields >> count;
+            record->int_cnt.push_back(count);
+        }
+        if (inter_processor) {
+            std::getline(fields, record->IPI_int_describe);
+        } else {
             fields >> record->int_dev >> record->hardware_int_num >> record->trigger_mode;
             std::getline(fields, record->int_name);
         }

@@ -87,7 +87,7 @@ int client_comm::req_client_id() {
     }
     client_id = recv_data->msg[0];
     if (client_id == 0)
-        log_error("Recv client_id is Unavailable\n");
+        log_error("%s", "Recv client_id is Unavailable\n");
     __android_log_print(ANDROID_LOG_INFO, tag, "Client get new id %d\n", client_id);
     return 0;
 }
@@ -193,15 +193,15 @@ int client_comm::recv_msg_from_server() {
 }
 
 int client_comm::recv_more_msg(unsigned char* buf, int len) {
-    int filled = 0;
+    more_len = 0;
     bool last = false;
     for (;;) {
-        if (len - filled < answer_payload_max) {
+        if (len - more_len < answer_payload_max) {
             log_error("answer does not fit into %d bytes\n", len);
             return -1;
         }
-        std::memcpy(buf + filled, recv_data->msg, answer_payload_max);
-        filled += answer_payload_max;
+        std::memcpy(buf + more_len, recv_data->msg, answer_payload_max);
+        more_len += answer_payload_max;
         if (last)
             return 0;
         // The flag is of the part taken in last. By default one more receive follows the part that
@@ -216,6 +216,10 @@ int client_comm::recv_more_msg(unsigned char* buf, int len) {
         if (receive_frame() < 0 || !checksum_matches())
             return -1;
     }
+}
+
+int client_comm::get_more_len() const {
+    return more_len;
 }
 
 void client_comm::stop_at_last_part(bool on) {

@@ -3,6 +3,7 @@
 
 #include "platform_log.h"
 
+#include <cstring>
 #include <utility>
 
 namespace ns_req_template {
@@ -22,8 +23,13 @@ int request_handler::exchange(int sub_command, const std::uint8_t* msg, int len)
 
 int request_handler::receive_parts() {
     constexpr int capacity = answer_parts_max * answer_payload_max;
-    joined_parts.assign(capacity + 1, 0);
-    return client->recv_more_msg(joined_parts.data(), capacity);
+    joined_parts.resize(capacity + 1); // the byte behind the parts stays zero
+    const int r = client->recv_more_msg(joined_parts.data(), capacity);
+    const int used = client->get_more_len();
+    if (used < joined_len)
+        std::memset(joined_parts.data() + used, 0, static_cast<std::size_t>(joined_len - used));
+    joined_len = used;
+    return r;
 }
 
 void request_handler::connect(std::shared_ptr<client_comm> connection, const char* failure) {

@@ -10,6 +10,7 @@ function(moncl_target_defaults target)
   if(MONCL_SANITIZE)
     target_compile_options(${target} PRIVATE -fsanitize=${MONCL_SANITIZE} -fno-omit-frame-pointer
                            -fno-sanitize-recover=undefined)
+    target_compile_definitions(${target} PRIVATE _GLIBCXX_ASSERTIONS)
     target_link_options(${target} PUBLIC -fsanitize=${MONCL_SANITIZE})
   endif()
 endfunction()

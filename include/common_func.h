@@ -18,6 +18,12 @@
 
 // ---------------------------------------------------------------------------------------- frame
 
+// A flexible array is no standard C++; GCC takes __extension__ for a yes, clang does not.
+#ifdef __clang__
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wc99-extensions"
+#endif
+
 /// The frame of every request and answer: a 44-byte header and the payload behind it,
 /// little-endian, sent as the record's own bytes. Declared size 48, so a message of n payload bytes
 /// is 48 + n long.
@@ -35,6 +41,10 @@ struct data_struct {
     std::uint32_t crc;         ///< `crc32` of the payload
     __extension__ unsigned char msg[]; ///< payload, at offset 44 and so aligned to 4 bytes only
 };
+
+#ifdef __clang__
+#pragma clang diagnostic pop
+#endif
 
 /// Bytes of the frame before its payload.
 inline constexpr int frame_header_size = offsetof(data_struct, msg);

@@ -6,11 +6,26 @@
 #include <iostream>
 
 namespace {
-monsrv::monitor_server* running = nullptr;
+// Ends a server on SIGINT and SIGTERM, as long as it lives.
+class signal_stop {
+public:
+    explicit signal_stop(monsrv::monitor_server& server) {
+        running = &server;
+        std::signal(SIGINT, stop);
+        std::signal(SIGTERM, stop);
+    }
+    ~signal_stop() {
+        std::signal(SIGINT, SIG_DFL);
+        std::signal(SIGTERM, SIG_DFL);
+        running = nullptr;
+    }
+    signal_stop(const signal_stop&) = delete;
+    signal_stop& operator=(const signal_stop&) = delete;
 
-void stop_running(int) {
-    running->stop();
-}
+private:
+    static void stop(int) { running->stop(); }
+    static inline monsrv::monitor_server* running = nullptr;
+};
 } // namespace
 
 int main(int argc, char** argv) {
@@ -40,9 +55,7 @@ int main(int argc, char** argv) {
     try {
         monsrv::monitor_server server(options);
         port = server.bind(address, port);
-        running = &server;
-        std::signal(SIGINT, stop_running);
-        std::signal(SIGTERM, stop_running);
+        const signal_stop stopping(server);
         if (options.simulate_board)
             std::cerr << "monsrv: " << monsrv::simulation_notice << std::endl;
         std::cout << "monsrv: listening at " << address << ":" << port << std::endl;

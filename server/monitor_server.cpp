@@ -51,8 +51,8 @@ private:
     }
 };
 
-monitor_server::monitor_server(server_options options)
-    : env_(std::move(options.root),
+monitor_server::monitor_server(const server_options& options)
+    : env_(options.root,
            options.simulate_board ? std::optional<simulated_board>(options.seed) : std::nullopt),
       sockets_(std::make_unique<sockets>()) {
     install_samplers(samplers_, env_);

@@ -30,7 +30,7 @@ struct server_options {
 class monitor_server {
 public:
     /// @throws std::system_error if the process is out of descriptors
-    explicit monitor_server(server_options options);
+    explicit monitor_server(const server_options& options);
     ~monitor_server();
     monitor_server(const monitor_server&) = delete;
     monitor_server& operator=(const monitor_server&) = delete;

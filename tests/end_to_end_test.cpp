@@ -1,124 +1,209 @@
-// moncl against monsrv, as separate processes.
+// moncl against monsrv, as separate processes on this machine, on trees of files, and against
+// a server that misbehaves.
 #include "child_process.h"
+#include "loopback_pair.h"
+#include "manager_support.h"
+#include "mon_cpu.h"
+#include "process_files.h"
 
-#include <algorithm>
-#include <csignal>
-#include <gtest/gtest.h>
-#include <memory>
-#include <sstream>
+#include <cmath>
+#include <limits>
+#include <regex>
 
 namespace {
-// monsrv at a port, which stays its own when it is started again.
-class server_process {
-public:
-    explicit server_process(int port = 0)
-        : process_({MONSRV_PROGRAM, "--port", std::to_string(port)}) {
-        const std::string line = process_.read_until("\n");
-        port_ = std::stoi(line.substr(line.rfind(':') + 1));
-    }
-    int port() const { return port_; }
-    std::string endpoint() const { return "127.0.0.1:" + std::to_string(port_); }
-    child_process& process() { return process_; }
+using words = std::vector<std::string>;
 
-private:
-    child_process process_;
-    int port_;
+std::string at(int port) {
+    return "127.0.0.1:" + std::to_string(port);
+}
+
+// monsrv at a port, which stays its own when it is started again.
+struct server_process : child_process {
+    explicit server_process(int wanted = 0)
+        : child_process({MONSRV_PROGRAM, "--port", std::to_string(wanted)}) {
+        read_until("\n");
+        port = std::stoi(out.substr(out.rfind(':') + 1));
+    }
+    int port;
 };
 
-std::vector<std::string> words_of(const std::string& line) {
-    std::istringstream stream(line);
-    return {std::istream_iterator<std::string>(stream), {}};
+// The command that @p line holds, blanks between its words.
+struct moncl : child_process {
+    explicit moncl(const std::string& line, int port = 0)
+        : child_process(arguments(port == 0 ? line : "--connect " + at(port) + " " + line)) {}
+    static words arguments(const std::string& line) {
+        std::istringstream rest(MONCL_PROGRAM " " + line);
+        return {std::istream_iterator<std::string>(rest), {}};
+    }
+    // Waits for its end.
+    moncl& ends(int status) {
+        EXPECT_EQ(wait(), status) << out << err;
+        return *this;
+    }
+};
+
+bool matches(const std::string& text, const std::string& pattern) {
+    return std::regex_match(text, std::regex(pattern));
+}
+
+double figure(const std::string& text, const std::string& pattern) {
+    std::smatch found;
+    const bool any = std::regex_search(text, found, std::regex(pattern));
+    EXPECT_TRUE(any) << "no " << pattern << " in: " << text;
+    return any ? std::stod(found[1]) : NAN;
+}
+
+// Seconds a process has run and KiB it has written, so far.
+std::pair<double, double> totals(int pid) {
+    std::string text;
+    monsrv::process_status status;
+    monsrv::read_process_stat(monsrv::host("/"), pid, text);
+    monsrv::parse_process_stat(text, status);
+    monsrv::read_process_io(monsrv::host("/"), pid, text);
+    return {static_cast<double>(status.run_ticks) / 100,
+            static_cast<double>(monsrv::storage_bytes(text)) / 1024};
 }
 } // namespace
 
 TEST(end_to_end, cpu_shows_true_tables_of_this_machine) {
     server_process server;
-    child_process moncl({MONCL_PROGRAM, "--connect", server.endpoint(), "cpu", "0.3", "2"});
-    EXPECT_EQ(moncl.wait(), 0);
-    EXPECT_EQ(moncl.err, "");
-    std::istringstream lines(moncl.out);
-    const std::string heading =
-        "CPU   usr       sys       iowait    irq       sirq      usage     ";
-    int tables = 0;
-    int rows = 0;
-    for (std::string line; std::getline(lines, line);) {
-        if (line == heading) {
-            ++tables;
-            continue;
-        }
-        ++rows;
-        std::replace(line.begin(), line.end(), '%', ' ');
-        const std::vector<std::string> words = words_of(line);
-        ASSERT_EQ(words.size(), 7U) << line;
-        EXPECT_EQ(words[0].rfind("cpu", 0), 0U);
-        EXPECT_GE(std::stod(words[6]), 0) << line;
-        EXPECT_LE(std::stod(words[6]), 100.01) << line;
-    }
-    EXPECT_EQ(tables, 2);
-    EXPECT_GE(rows, 4);
-    server.process().send_signal(SIGTERM);
-    EXPECT_EQ(server.process().wait(), 0);
+    moncl cpu("cpu 0.3 2", server.port);
+    cpu.ends(0);
+    const std::string heading = "CPU   usr       sys       iowait    irq       sirq      usage +\n";
+    const std::string row = "cpu\\d* +(\\d+\\.\\d\\d *% *){5}(\\d\\d?|100)\\.\\d\\d *%\n";
+    EXPECT_TRUE(matches(cpu.out, "(" + heading + "(" + row + "){2,}){2}")) << cpu.out;
+    EXPECT_EQ(cpu.err, "");
+    server.send_signal(SIGTERM);
+    EXPECT_EQ(server.wait(), 0);
 }
 
-TEST(end_to_end, a_server_inside_the_program_says_so) {
-    child_process moncl({MONCL_PROGRAM, "sysinfo"});
-    EXPECT_EQ(moncl.wait(), 0);
-    EXPECT_EQ(moncl.out.rfind("version   ", 0), 0U);
-    EXPECT_EQ(moncl.err.rfind("moncl: asking a server inside this program, at 127.0.0.1:", 0), 0U);
+// However busy the machine is, a process used what it used between two readings of our own. Of
+// samples 1 s apart, a delay of the first leaves at least half.
+TEST(end_to_end, a_busy_writer_shows_in_proc_and_top) {
+    const file_tree files;
+    const child_process busy({"sh", "-c", "while :; do echo text; done >" + files.root() + "/f"});
+    const std::string pid = std::to_string(busy.pid());
+    const auto [run, written] = totals(busy.pid());
+    moncl proc("proc " + pid + " 999999999");
+    proc.ends(1);
+    const auto [run2, written2] = totals(busy.pid());
+    EXPECT_NE(proc.err.find("moncl: process 999999999: No such process\n"), std::string::npos);
+    const double usage = figure(proc.out, "pid:" + pid + ", usage:([0-9.]+)%");
+    EXPECT_TRUE(usage >= 1 && usage <= std::min(115.0, (run2 - run + 0.05) * 200)) << usage;
+    const double rate = figure(proc.out, "write/s:([0-9.e+]+)");
+    EXPECT_TRUE(rate >= (written2 - written) / 20 && rate <= (written2 - written) * 2) << rate;
+    moncl top("top");
+    top.ends(0);
+    const double top_usage = figure(top.out, "\n +" + pid + " +\\d+ +\\d+ +([0-9.]+)");
+    const double most = std::min(115.0, (totals(busy.pid()).first - run2 + 0.05) * 200);
+    EXPECT_TRUE(top_usage >= 1 && top_usage <= most) << top_usage;
 }
 
 TEST(end_to_end, ends_quietly) {
     for (int number : {SIGINT, SIGTERM}) {
-        child_process moncl({MONCL_PROGRAM, "cpu", "0.1"});
-        moncl.read_until("usage");
-        moncl.send_signal(number);
-        EXPECT_EQ(moncl.wait(), 0);
-        EXPECT_EQ(std::count(moncl.err.begin(), moncl.err.end(), '\n'), 1) << moncl.err;
+        moncl cpu("cpu 0.1");
+        cpu.read_until("usage");
+        cpu.send_signal(number);
+        cpu.ends(0);
+        EXPECT_TRUE(matches(cpu.err, "moncl: asking a server inside .*, at 127.0.0.1:[0-9]+\n"));
     }
-    child_process moncl({MONCL_PROGRAM, "cpu", "0.1"});
-    moncl.read_until("usage");
-    moncl.stop_reading();
-    EXPECT_EQ(moncl.wait(), 0);
+    child_process pipe({"sh", "-c", "(" MONCL_PROGRAM " cpu 0.1; echo $? >&2) | head -1"});
+    EXPECT_EQ(pipe.wait(), 0);
+    EXPECT_EQ(pipe.err.substr(pipe.err.find('\n')), "\n0\n") << "nobody reads on";
+    auto ending = std::make_unique<child_process>(words{"sleep", "60"});
+    moncl proc("proc -i 0.1 " + std::to_string(ending->pid()));
+    proc.read_until("state:");
+    ending.reset();
+    proc.ends(1);
 }
 
-TEST(end_to_end, tells_statuses_apart) {
-    int port = 0;
-    {
-        server_process gone;
-        port = gone.port();
-    }
-    child_process unasked({MONCL_PROGRAM, "--connect", "127.0.0.1:" + std::to_string(port), "cpu"});
-    EXPECT_EQ(unasked.wait(), 1);
-    EXPECT_EQ(unasked.err,
-              "moncl: CPU connect to server failed, at 127.0.0.1:" + std::to_string(port) + "\n");
-    child_process misused({MONCL_PROGRAM, "cpu", "never"});
-    EXPECT_EQ(misused.wait(), 2);
-    child_process server({MONSRV_PROGRAM, "--port", "70000"});
-    EXPECT_EQ(server.wait(), 2);
-    server_process first;
-    child_process second({MONSRV_PROGRAM, "--port", std::to_string(first.port())});
+TEST(end_to_end, recovers_when_the_server_is_back_and_fails_when_it_stays_away) {
+    const loopback_pair pair;
+    auto server = std::make_unique<server_process>();
+    const int port = server->port;
+    moncl given_up("cpu 0.2 4", port);
+    moncl cpu("cpu 0.2", port);
+    moncl net("net -i 0.1 --pid " + std::to_string(getpid()), port);
+    for (child_process* each : {&given_up, &cpu})
+        each->read_until("usage");
+    net.read_until("Kbytes/s\n");
+    server.reset();
+    cpu.read_until("no answer from " + at(port) + ", trying again\n", true);
+    given_up.ends(1);
+    server = std::make_unique<server_process>(port);
+    cpu.read_until("is back\n", true);
+    cpu.read_until("usage");
+    // The restarted server is told the process again, and counts what it sends and receives.
+    net.read_until("is back\n", true);
+    net.read_until("Kbytes/s\n");
+    auto counted = [&net] { return figure(net.out.substr(net.out.rfind("total ")), "l (\\d+) b"); };
+    const double before = counted();
+    ASSERT_TRUE(pair.carry(50000));
+    for (int i = 0; i < 100 && counted() < before + 100000; ++i)
+        net.read_until("Kbytes/s\n");
+    EXPECT_EQ(counted(), before + 100000);
+    child_process second({MONSRV_PROGRAM, "--port", std::to_string(port)});
     EXPECT_EQ(second.wait(), 1);
     EXPECT_NE(second.err.find("Address already in use"), std::string::npos);
+    server.reset();
+    EXPECT_EQ(moncl("cpu", port).ends(1).err,
+              "moncl: CPU connect to server failed, at " + at(port) + "\n");
 }
 
-TEST(end_to_end, picks_up_again_when_the_server_is_back) {
-    auto server = std::make_unique<server_process>();
-    const int port = server->port();
-    child_process moncl({MONCL_PROGRAM, "--connect", server->endpoint(), "cpu", "0.2"});
-    moncl.read_until("usage");
-    server.reset();
-    moncl.read_until("no answer from 127.0.0.1:" + std::to_string(port) + ", trying again\n", true);
-    server = std::make_unique<server_process>(port);
-    moncl.read_until("is back\n", true);
-    moncl.read_until("usage");
-    moncl.send_signal(SIGINT);
-    EXPECT_EQ(moncl.wait(), 0);
+TEST(end_to_end, commands_report_a_tree_of_files) {
+    const file_tree tree;
+    tree.write("/proc/meminfo", "MemTotal: 2048 kB\nMemAvailable: 1024 kB\nSlab: 3 kB\n");
+    tree.write("/proc/diskstats", " 1 0 vda 9 9 4 9 9 9 8 9 9 9 9\n");
+    tree.write("/proc/mounts", "/dev/vda / ext4 rw 0 0\n/dev/vdb /a ext4 rw 0 0\n");
+    tree.write("/a/x", "");
+    tree.write("/proc/net/dev", "  lo: 5 0 0 0 0 0 0 0 6 0 0 0 0 0 0 0\n");
+    tree.write("/sys/class/thermal/thermal_zone1/temp", "45500\n");
+    tree.write("/sys/class/thermal/cooling_device0/cur_state", "2\n");
+    const std::tuple<std::string, int, std::string> runs[] = {
+        {"mem", 0, "MemTotal: 2.0M, Available: 1.0M, Anon: 0.0K, File: 0.0K, Slab: 3.0K, .*\n"},
+        {"disk -i 0.1 -n 1", 0, "Device +vda +\nRd/Wr\\(KB/s\\) +0/0 +\n"},
+        {"part", 0, "Partition Avail/Size: vda: [0-9.]+./[0-9.]+., vdb: [0-9.]+./[0-9.]+.\n"},
+        {"part /a nosuch", 1, "Partition Avail/Size: /a: [0-9.]+./[0-9.]+.\n"},
+        {"part " + std::string(1022, 'x'), 2, ""},
+        {"thermal", 0, "Thermal\\(mC\\): +0 +45500 +Cooling_stat: +2 +\n"},
+        {"thermal --zone 1", 0, "45500\n"},
+        {"thermal --cooling 1", 1, ""},
+        {"ion", 0, "no ion heaps\n"},
+        {"net -i 0.1 -n 1 --pid 7 --pid 5 --pid 7", 0,
+         "Net   Rate\\(KB/s\\)\nlo    0.00\npid:5, total 0 bytes, rate:0.00 Kbytes/s\npid:7, .*\n"},
+        {"net --pid 0", 2, ""},
+        {"summary -i 0.1 -n 1", 0,
+         "memory    1.0M available of 2.0M: .*\ndisk      vda +0.0 KB/s read +0.0 KB/s written\n"
+         "space     vda .*\n          vdb .*\nnetwork   lo +0.0 KB/s\nthermal   45.5 degrees "
+         ".*\n"}};
+    for (const auto& [line, status, out] : runs) {
+        moncl run("--root " + tree.root() + " " + line);
+        EXPECT_TRUE(matches(run.ends(status).out, out)) << line << ": " << run.out << run.err;
+    }
+    moncl summary(""); // of this machine
+    EXPECT_TRUE(matches(summary.ends(0).out, "system    [^]*\ncpu       [^]*\nmemory    [^]*\n"
+                                             "network   lo [^]*"))
+        << summary.out;
+    EXPECT_TRUE(matches(moncl("irq").ends(0).out, " +CPU0[^]*\n[^]*\n"));
 }
 
-TEST(end_to_end, fails_when_the_server_stays_away) {
-    auto server = std::make_unique<server_process>();
-    child_process moncl({MONCL_PROGRAM, "--connect", server->endpoint(), "cpu", "0.2", "4"});
-    moncl.read_until("usage");
-    server.reset();
-    EXPECT_EQ(moncl.wait(), 1);
+TEST(end_to_end, shows_figures_and_names_no_server_of_ours_would_send) {
+    scripted_server server;
+    server.answer([](int, int sub, const std::string&) -> answer_packets {
+        top_pid_info table{};
+        table.pid_num = 1000000;
+        for (pid_msg& row : table.send_pid_info)
+            row.process_usage = std::numeric_limits<float>::quiet_NaN();
+        pid_msg& busiest = table.send_pid_info[99];
+        busiest.process_usage = 1;
+        std::memcpy(busiest.comm, "\033[2J\nabcdefghijk", sizeof busiest.comm);
+        return {sub == 8 ? packet(sub, native(table)) : error_packet(sub, -ENOSYS)};
+    });
+    moncl top("top 0.02 1", server.port());
+    top.ends(0);
+    EXPECT_EQ(std::count(top.out.begin(), top.out.end(), '\n'), 147);
+    EXPECT_LT(top.out.find(" ?[2J?abcdefghijk\n"), 300U) << top.out;
+    EXPECT_EQ(top.out.find('\033'), top.out.npos);
+    moncl summary("summary -i 0.05 -n 1", server.port()); // leaves out what is refused
+    EXPECT_EQ(summary.ends(0).out.substr(0, 36), "processes        0  ?[2J?abcdefghijk");
 }

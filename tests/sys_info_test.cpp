@@ -1,118 +1,50 @@
 // System information: decoding and queries.
+#include "manager_support.h"
 #include "sys_info_manager.h"
 
-#include "log_capture.h"
-#include "scripted_server.h"
-
-#include <gtest/gtest.h>
-
-namespace {
-unsigned char* bytes(const char* text) {
-    return reinterpret_cast<unsigned char*>(const_cast<char*>(text));
-}
-} // namespace
-
-TEST(cpu_freq_parser, takes_the_last_line_with_a_number) {
-    const struct {
-        const char* text;
-        std::uint64_t frequency;
-    } cases[] = {
-        {"1500000\n", 1500000},         {"", 0},      {"abc\n", 0},  {"1\n2\n\n", 2}, {"7\nx\n", 0},
-        {"99999999999999999999", ~0UL}, {"-1", ~0UL}, {" 5 6\n", 5}, {"\n\n", 0},
+TEST(sys_info, decoding) {
+    cpu_freq_parser freq;
+    cpu_possible_parser possible;
+    version_parser version;
+    auto decoded = [&](const std::string& text) {
+        freq.parse_cpu_freq(payload_area(text));
+        possible.parse_cpu_possible(payload_area(text));
+        version.parse_version(payload_area(text));
+        return line_of(freq.cpu_f->cpu_frequency, possible.cpu_num, version.ver->version);
     };
-    cpu_freq_parser parser;
-    for (const auto& c : cases) {
-        EXPECT_EQ(parser.parse_cpu_freq(bytes(c.text)), 0);
-        EXPECT_EQ(parser.cpu_f->cpu_frequency, c.frequency) << c.text;
-    }
-    EXPECT_THROW(parser.parse_cpu_freq(nullptr), std::logic_error);
+    // A number; what follows two characters, or else the count before, and one; a word.
+    expect_each(decoded,
+                {"0-7\n => 0 8 0-7 ", " => 0 8  ", "0\n => 0 9 0 ", "0-x => 0 1 0-x ",
+                 "0-63 => 0 64 0-63 ", "10-15 => 10 -14 10-15 ", "V1.2 x\n => 0 1 V1.2 ",
+                 "1\n  2 c\n\n => 2 4 2 ", "7\nx => 0 6 x ", "-1 => 18446744073709551615 7 -1 ",
+                 "99999999999999999999 => 18446744073709551615 -2147483648 99999999999999999999 "});
+    EXPECT_THROW(freq.parse_cpu_freq(nullptr), std::logic_error);
+    EXPECT_THROW(possible.parse_cpu_possible(nullptr), std::logic_error);
+    EXPECT_THROW(version.parse_version(nullptr), std::logic_error);
 }
 
-TEST(cpu_possible_parser, adds_one_to_what_follows_two_characters) {
-    cpu_possible_parser parser;
-    const struct {
-        const char* text;
-        int count;
-    } cases[] = {
-        {"0-7\n", 8}, {"0-7", 8}, {"0-3", 4},     {"0-63\n", 64},    {"", 64},
-        {"0\n", 65},  {"0-x", 1}, {"10-15", -14}, {"0-3\n0-1\n", 2},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(parser.parse_cpu_possible(bytes(c.text)), 0);
-        EXPECT_EQ(parser.cpu_num, c.count) << c.text;
-    }
-    EXPECT_THROW(parser.parse_cpu_possible(nullptr), std::logic_error);
-}
-
-TEST(version_parser, takes_the_first_word_of_the_last_line) {
-    const struct {
-        const char* text;
-        const char* version;
-    } cases[] = {{"V1.2.3 build\n", "V1.2.3"},
-                 {"", ""},
-                 {"a\n  b c\n\n", "b"},
-                 {"\t6.1.0-18-arm64", "6.1.0-18-arm64"}};
-    version_parser parser;
-    for (const auto& c : cases) {
-        EXPECT_EQ(parser.parse_version(bytes(c.text)), 1);
-        EXPECT_EQ(parser.ver->version, c.version);
-    }
-    EXPECT_THROW(parser.parse_version(nullptr), std::logic_error);
-}
-
-TEST(sysinfo_manager, asks_for_what_its_queries_say) {
-    log_capture log;
+TEST(sys_info, queries) {
+    using manager = sysinfo_manager;
     scripted_server server;
-    sysinfo_manager manager("127.0.0.1", server.port());
-    int (sysinfo_manager::*const queries[])() = {
-        &sysinfo_manager::get_cpu0_freq, &sysinfo_manager::get_cpu1_freq,
-        &sysinfo_manager::get_cpu2_freq, &sysinfo_manager::get_cpu3_freq,
-        &sysinfo_manager::get_cpu4_freq, &sysinfo_manager::get_cpu5_freq,
-        &sysinfo_manager::get_cpu6_freq, &sysinfo_manager::get_cpu7_freq};
-    for (int cpu = 0; cpu < 8; ++cpu) {
-        server.next_text(cpu + 1, std::to_string(1000 + cpu) + "\n");
-        EXPECT_EQ((manager.*queries[cpu])(), 0);
-        EXPECT_EQ(manager.last_cpu_freq(), 1000U + static_cast<unsigned>(cpu));
+    manager m("127.0.0.1", server.port());
+    unsigned cpu = 0;
+    for (auto query : {&manager::get_cpu0_freq, &manager::get_cpu1_freq, &manager::get_cpu2_freq,
+                       &manager::get_cpu3_freq, &manager::get_cpu4_freq, &manager::get_cpu5_freq,
+                       &manager::get_cpu6_freq, &manager::get_cpu7_freq}) {
+        server.next_text(1, std::to_string(++cpu));
+        EXPECT_EQ(sent(server, (m.*query)()), "AE01:" + std::to_string(cpu));
+        EXPECT_EQ(m.last_cpu_freq(), cpu);
     }
     server.next_text(9, "0-7\n");
-    EXPECT_EQ(manager.get_cpu_possible(nullptr), 8);
+    EXPECT_EQ(sent(server, m.get_cpu_possible(nullptr)), "8 AE01:9");
     server.next_text(10, "V1 x");
-    EXPECT_EQ(manager.get_version(), 0);
-    EXPECT_EQ(manager.last_version(), "V1");
-    server.next_text(10, "");
-    EXPECT_EQ(manager.get_version(), 0);
-    EXPECT_EQ(manager.last_version(), "");
-
-    const int sub_commands[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 10};
-    const std::vector<std::string> requests = server.take_requests();
-    ASSERT_EQ(requests.size(), std::size(sub_commands));
-    for (std::size_t i = 0; i < requests.size(); ++i) {
-        EXPECT_EQ(requests[i].size(), 52U);
-        EXPECT_EQ(header_of(requests[i]).command, 44545);
-        EXPECT_EQ(header_of(requests[i]).sub_command, sub_commands[i]);
-        EXPECT_EQ(header_of(requests[i]).msg_len, 4);
-        EXPECT_EQ(requests[i].substr(44, 4), std::string(4, '\0'));
-    }
-
-    log = log_capture();
+    EXPECT_EQ(sent(server, m.get_version()), "AE01:10");
+    EXPECT_EQ(m.last_version(), "V1");
+    log_capture log;
     server.next({error_packet(9, -19)});
-    EXPECT_EQ(manager.get_cpu_possible(nullptr), -19);
-    EXPECT_EQ(log.lines(),
-              (std::vector<std::string>{"6 MONCL_COMM: Handle request return -19",
-                                        "6 MONCL_SYSINFO: Receive message error with -19",
-                                        "6 MONCL_SYSINFO: get cpu num failed"}));
-    close_at_once(*manager.client);
-}
-
-TEST(sysinfo_manager, throws_when_nobody_answers) {
-    scripted_server server;
-    server.script_handshake();
-    server.next({});
-    try {
-        sysinfo_manager manager("127.0.0.1", server.port());
-        FAIL();
-    } catch (const char* failure) {
-        EXPECT_STREQ(failure, "SYSINFO connect to server failed");
-    }
-    EXPECT_EQ(server.take_all_requests().size(), 1U);
+    EXPECT_EQ(m.get_cpu_possible(nullptr), -19);
+    EXPECT_EQ(log.take(), "6 MONCL_COMM: Handle request return -19\n"
+                          "6 MONCL_SYSINFO: Receive message error with -19\n"
+                          "6 MONCL_SYSINFO: get cpu num failed\n");
+    close_at_once(*m.client);
 }

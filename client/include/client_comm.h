@@ -57,6 +57,9 @@ public:
     ///         socket refuses: a complete answer then ends in -1 with @p buf filled
     int recv_more_msg(unsigned char* buf, int len);
 
+    /// Bytes that the latest `recv_more_msg` wrote, also if it failed: 8192 for each part.
+    int get_more_len() const;
+
     /// With @p on, `recv_more_msg` returns 0 as soon as it has taken in the last part. Off at
     /// first.
     void stop_at_last_part(bool on);
@@ -96,6 +99,7 @@ private:
     int timeout;
     std::string str_target;
     bool stop_at_last = false;
+    int more_len = 0;
 };
 
 #endif

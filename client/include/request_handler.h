@@ -93,7 +93,8 @@ public:
     request_handler* manager = nullptr;  ///< the most-derived manager, set by its constructor
     const char* log_tag = "MONCL";       ///< tag of this manager's log lines; a literal
     std::vector<unsigned char>
-        joined_parts; ///< the latest answer of several parts; kept to be reused
+        joined_parts;   ///< the latest answer of several parts; kept to be reused
+    int joined_len = 0; ///< bytes of `joined_parts` that parts were written to
 };
 
 } // namespace ns_req_template

@@ -9,22 +9,20 @@
 #include <iostream>
 
 namespace {
+constexpr std::uint64_t cpu_stat::*counters[] = {
+    &cpu_stat::user, &cpu_stat::nice,    &cpu_stat::system, &cpu_stat::idle,  &cpu_stat::iowait,
+    &cpu_stat::irq,  &cpu_stat::softirq, &cpu_stat::steal,  &cpu_stat::guest, &cpu_stat::guest_nice,
+};
+
 // A line with too few counters leaves the rest 0.
 std::shared_ptr<cpu_stat> read_cpu(text_reader fields) {
     auto cpu = std::make_shared<cpu_stat>();
     std::string_view name;
     fields.word(name);
     cpu->cpu = name;
-    fields.number(cpu->user);
-    fields.number(cpu->nice);
-    fields.number(cpu->system);
-    fields.number(cpu->idle);
-    fields.number(cpu->iowait);
-    fields.number(cpu->irq);
-    fields.number(cpu->softirq);
-    fields.number(cpu->steal);
-    fields.number(cpu->guest);
-    fields.number(cpu->guest_nice);
+    for (auto counter : counters)
+        if (!fields.number((*cpu).*counter))
+            break;
     return cpu;
 }
 

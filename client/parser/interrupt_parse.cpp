@@ -31,9 +31,11 @@ std::string read_rest(text_reader& fields) {
 // Once a count is missing the reads fail, and all that follow stay 0.
 std::vector<std::uint64_t> read_counts(text_reader& fields, std::size_t cpus) {
     std::vector<std::uint64_t> counts(cpus);
+    text_reader reader = fields; // a copy of its own stays in registers
     for (std::uint64_t& count : counts)
-        if (!fields.number(count))
+        if (!reader.number(count))
             break;
+    fields = reader;
     return counts;
 }
 
@@ -70,6 +72,7 @@ std::shared_ptr<interrupt> read_error(text_reader fields) {
 // each of them: a large table has tens of thousands.
 class column_writer {
 public:
+    // cppcheck-suppress uninitMemberVar ; the buffer is filled before it is read
     column_writer(std::ostream& out, bool left) : out_(out), left_(left) {}
     ~column_writer() { out_.write(buffer_, used_).flush(); }
     column_writer(const column_writer&) = delete;
@@ -84,15 +87,6 @@ public:
             put(field_blanks.substr(0, blanks));
     }
     void add(std::uint64_t number, std::size_t width) {
-        // Most counts are 0: on most CPUs an interrupt never fires.
-        if (!left_ && number < 10 && width > 0 && width <= 16) {
-            if (sizeof buffer_ - static_cast<std::size_t>(used_) < 16)
-                flush();
-            std::memset(buffer_ + used_, ' ', 16);
-            used_ += static_cast<std::streamsize>(width);
-            buffer_[used_ - 1] = static_cast<char>('0' + number);
-            return;
-        }
         char field[32];
         std::memset(field, ' ', sizeof field);
         char* const end = field + sizeof field;
@@ -106,7 +100,28 @@ public:
         put({start, static_cast<std::size_t>(end - start)});
     }
 
+    // The bulk of a table, hence straight into the buffer where a count fits its field.
+    void add_counts(const std::vector<std::uint64_t>& counts) {
+        constexpr std::uint64_t too_wide = 100000000000; // twelve digits
+        for (std::uint64_t count : counts) {
+            if (left_ || count >= too_wide) {
+                add(count, count_width);
+                continue;
+            }
+            if (sizeof buffer_ - static_cast<std::size_t>(used_) < 16)
+                flush();
+            char* const field = buffer_ + used_;
+            std::memset(field, ' ', 16);
+            char* digit = field + count_width;
+            do
+                *--digit = static_cast<char>('0' + count % 10);
+            while ((count /= 10) != 0);
+            used_ += count_width;
+        }
+    }
+
 private:
+    static constexpr int count_width = 11;
     static constexpr std::string_view field_blanks = "           ";
 
     void flush() {
@@ -186,8 +201,7 @@ void interrupt_parser::show_table() const {
         if (record->IPI_int_num.empty() && record->logic_int_num != 0) {
             table.add(record->logic_int_num, 3);
             table.add(":");
-            for (std::uint64_t count : record->int_cnt)
-                table.add(count, 11);
+            table.add_counts(record->int_cnt);
             table.add(record->int_dev, 11);
             table.add(record->hardware_int_num, 5);
             table.add(" ");
@@ -198,8 +212,7 @@ void interrupt_parser::show_table() const {
             table.add(record->err_cnt, 11);
         } else {
             table.add(record->IPI_int_num, 3);
-            for (std::uint64_t count : record->int_cnt)
-                table.add(count, 11);
+            table.add_counts(record->int_cnt);
             table.add(record->IPI_int_describe);
         }
         table.add("\n");

@@ -116,7 +116,7 @@ public:
         std::uint32_t sum;
         const unsigned digits = leading_digits(at_, sum);
         if (digits == 0 || digits > std::numeric_limits<Int>::digits10)
-            return any_number(value);
+            return take_any_number(value);
         if (digits < 8 || digit(at_[8]) >= 10)
             return take_number(digits, sum, value);
         if constexpr (sizeof(Int) == 8) {
@@ -127,7 +127,7 @@ public:
             if (more > 0 && (more < 8 || digit(at_[16]) >= 10))
                 return take_number(8 + more, std::uint64_t{sum} * powers[more] + low, value);
         }
-        return any_number(value);
+        return take_any_number(value);
     }
 
     /// Skips blanks; not a failure at the end of the text.
@@ -174,34 +174,48 @@ private:
         return true;
     }
 
-    // A number digit by digit, with its sign and its overflow.
     template<class Int>
-    __attribute__((noinline)) bool any_number(Int& value) {
+    struct reading {
+        Int value;
+        bool good;
+        const char* behind;
+    };
+
+    // A number digit by digit, with its sign and its overflow. Takes no reader: one whose address
+    // is not needed can be kept in registers.
+    template<class Int>
+    __attribute__((noinline)) static reading<Int> any_number(const char* at, const char* end) {
         // Arithmetic below int's size would be done in int anyway, with its sign.
         using unsigned_int =
             std::conditional_t<sizeof(Int) < sizeof(unsigned), unsigned, std::make_unsigned_t<Int>>;
         using limits = std::numeric_limits<Int>;
-        const bool negative = *at_ == '-';
-        if (negative || *at_ == '+')
-            ++at_;
+        const bool negative = *at == '-';
+        if (negative || *at == '+')
+            ++at;
         unsigned_int most = static_cast<unsigned_int>(limits::max());
         if (negative && limits::is_signed)
             ++most;
-        const char* const digits = at_;
+        const char* const digits = at;
         unsigned_int sum = 0;
         bool overflow = false;
-        for (unsigned d; at_ != end_ && (d = digit(*at_)) < 10; ++at_) {
+        for (unsigned d; at != end && (d = digit(*at)) < 10; ++at) {
             overflow = overflow || sum > most / 10 || sum * 10 > most - d;
             sum = sum * 10 + d;
         }
-        const bool found = at_ != digits;
+        if (at == digits)
+            return {0, false, at};
+        if (overflow)
+            return {negative && limits::is_signed ? limits::min() : limits::max(), false, at};
+        return {static_cast<Int>(negative ? 0 - sum : sum), true, at};
+    }
+
+    template<class Int>
+    bool take_any_number(Int& value) {
+        const reading<Int> read = any_number<Int>(at_, end_);
+        value = read.value;
+        at_ = read.behind;
         note_end();
-        if (!found || overflow) {
-            value = !found ? Int{0} : negative && limits::is_signed ? limits::min() : limits::max();
-            return fail();
-        }
-        value = static_cast<Int>(negative ? 0 - sum : sum);
-        return true;
+        return read.good || fail();
     }
 
     // Eight characters as a number whose lowest byte is the first of them.

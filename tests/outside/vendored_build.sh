@@ -1,11 +1,11 @@
 #!/bin/sh
 # Builds the library as somebody does who took src/, client/ and include/ into a build of their own:
 # two include paths, no other flag, and a log function of their own.
-# Usage: vendored_build.sh COMPILER SOURCE_DIR
+# Usage: vendored_build.sh SOURCE_DIR COMPILER [EMULATOR]
 set -eu
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-cp -r "$2/src" "$2/client" "$2/include" "$work"
+cp -r "$1/src" "$1/client" "$1/include" "$work"
 cd "$work"
 cat >own_log.cpp <<'EOF'
 #include "client_comm.h"
@@ -16,5 +16,5 @@ int main() {
     return connection.get_socket() == nullptr ? 0 : 1;
 }
 EOF
-"$1" -std=c++17 -Iinclude -Iclient/include own_log.cpp $(find src client -name '*.cpp') -lzmq -o own
-./own
+"$2" -std=c++17 -Iinclude -Iclient/include own_log.cpp $(find src client -name '*.cpp') -lzmq -o own
+${3:-} ./own

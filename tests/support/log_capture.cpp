@@ -1,17 +1,10 @@
-// The tests' own definition of the platform's log call.
+// What the test program defines for all: the platform's log call, and what leaks by design.
 #include "log_capture.h"
 
 #include "platform_log.h"
 
-#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <mutex>
-
-namespace {
-std::mutex lock;
-std::vector<std::string> captured;
-} // namespace
 
 extern "C" int __android_log_print(int prio, const char* tag, const char* format, ...) {
     char text[1024];
@@ -19,26 +12,13 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* format
     va_start(args, format);
     std::vsnprintf(text, sizeof text, format, args);
     va_end(args);
-    std::string line =
-        std::to_string(prio) + " " + (tag != nullptr ? tag : "-") + ": " + std::string(text);
-    if (!line.empty() && line.back() == '\n')
-        line.pop_back();
-    std::lock_guard<std::mutex> guard(lock);
-    captured.push_back(line);
+    std::lock_guard<std::mutex> guard(log_capture::lock);
+    log_capture::captured +=
+        std::to_string(prio) + " " + (tag != nullptr ? tag : "-") + ": " + text;
     return 1;
 }
 
-log_capture::log_capture() {
-    std::lock_guard<std::mutex> guard(lock);
-    captured.clear();
-}
-
-std::vector<std::string> log_capture::lines() const {
-    std::lock_guard<std::mutex> guard(lock);
-    return captured;
-}
-
-bool log_capture::has(const std::string& line) const {
-    const std::vector<std::string> all = lines();
-    return std::find(all.begin(), all.end(), line) != all.end();
+// The library leaves sockets open by design, and ZeroMQ's threads outlive main.
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:libzmq\n";
 }

@@ -3,18 +3,23 @@
 #define MONCL_TESTS_LOG_CAPTURE_H
 
 #include <iostream>
+#include <mutex>
 #include <sstream>
 #include <string>
-#include <vector>
+#include <utility>
 
-/// Collects the log from its construction on; one at a time.
+/// The log since its construction, or the last call; one at a time.
 class log_capture {
 public:
-    log_capture();
-    /// Lines so far as "6 TAG: text", without line ends; a null tag is "-".
-    std::vector<std::string> lines() const;
-    /// Whether any line is @p line.
-    bool has(const std::string& line) const;
+    log_capture() { take(); }
+    /// Lines such as "6 TAG: text\n"; a null tag is "-".
+    std::string take() {
+        std::lock_guard<std::mutex> guard(lock);
+        return std::exchange(captured, {});
+    }
+
+    static inline std::mutex lock;
+    static inline std::string captured;
 };
 
 /// Collects standard output while it lives.

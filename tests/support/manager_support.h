@@ -1,22 +1,21 @@
-// What the managers' tests share: requests compared byte for byte, answers put in front of a
+// What the managers' tests share: requests checked byte for byte, answers put in front of a
 // manager without a server, payloads in memory that ends where they end.
 #ifndef MONCL_TESTS_MANAGER_SUPPORT_H
 #define MONCL_TESTS_MANAGER_SUPPORT_H
 
+#include "log_capture.h"
 #include "request_handler.h"
 #include "scripted_server.h"
 
 #include <algorithm>
-#include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
 #include <iomanip>
-#include <random>
 #include <sstream>
 
 /// @p value as the bytes of this machine, which are those of the wire.
-template<class Int>
-std::string native(Int value) {
+template<class Value>
+std::string native(const Value& value) {
     return std::string(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
@@ -26,36 +25,78 @@ inline std::string field(std::string text, std::size_t size) {
     return text;
 }
 
-/// The parts of @p text between bars: "a|b c||" is "a", "b c", "", "".
-std::vector<std::string> split(const std::string& text);
+/// @p text @p count times.
+inline std::string repeated(const std::string& text, int count) {
+    std::string all;
+    for (; count > 0; --count)
+        all += text;
+    return all;
+}
 
-/// A request apart from its time stamp and the bytes behind its payload.
-std::string request_bytes(int command, int sub_command, const std::string& payload);
-/// The requests since the last call, made comparable to `request_bytes`.
-std::vector<std::string> comparable_requests(scripted_server& server);
+/// @p values, a blank behind each.
+template<class... Values>
+std::string line_of(const Values&... values) {
+    std::ostringstream out;
+    ((out << values << ' '), ...);
+    return out.str();
+}
 
-/// A query, and the requests it is to send.
-struct query {
-    std::function<int()> ask;
-    std::vector<int> sub_commands;
-    std::string payload = std::string(4, '\0');
-};
-/// Runs every query against @p server, which must answer each request with success.
-void expect_requests(scripted_server& server, int command, const std::vector<query>& queries);
+/// Checks that @p decode makes of the first half of each "TEXT => RESULT" the second.
+template<class Decode>
+void expect_each(Decode decode, std::initializer_list<std::string> cases) {
+    for (const std::string& each : cases) {
+        const std::size_t middle = each.find(" => ");
+        EXPECT_EQ(decode(each.substr(0, middle)), each.substr(middle + 4)) << each;
+    }
+}
+
+/// A request apart from its time stamp, which is zero, and the 4 bytes behind its payload.
+inline std::string request_bytes(int command, int sub_command, const std::string& payload) {
+    std::string bytes =
+        native(command) + native(sub_command) + native(static_cast<int>(payload.size())) + "0";
+    bytes = field(bytes, 18) + "0" + static_cast<char>(client_comm::client_id);
+    return field(bytes, 44) + payload;
+}
+
+/// A recorded request as `request_bytes` writes it; fails a test if it has no time stamp.
+inline std::string comparable(std::string request) {
+    EXPECT_NE(header_of(request).time.tv_sec, 0);
+    return request.replace(24, 16, 16, '\0').substr(0, request.size() - 4);
+}
+
+/// Runs a query, of which @p result is the result, and checks every byte of its requests.
+/// @return result and requests as "AE02:3=D2040000 AE02:1", a result of 0 and a payload of four
+///         zeros left out
+inline std::string sent(scripted_server& server, int result) {
+    std::ostringstream out;
+    out << std::hex << std::uppercase << std::setfill('0');
+    for (const std::string& recorded : server.take_requests()) {
+        const data_struct header = header_of(recorded);
+        const std::string request = comparable(recorded);
+        const std::string payload = request.substr(frame_header_size);
+        EXPECT_EQ(request, request_bytes(header.command, header.sub_command, payload));
+        out << ' ' << header.command << ':' << std::dec << header.sub_command << std::hex;
+        if (payload == std::string(4, '\0'))
+            continue;
+        out << '=';
+        for (unsigned char byte : payload)
+            out << std::setw(2) << +byte;
+    }
+    const std::string text = out.str();
+    return result != 0 ? std::to_string(result) + text : text.substr(text.empty() ? 0 : 1);
+}
 
 /// An answer's payload and the 4 bytes behind it, at the alignment it has in a frame. It is memory
 /// of its own, so that a sanitizer sees a read behind it.
 class payload_area {
 public:
-    explicit payload_area(const std::string& bytes = {});
-    /// Fills the payload with random bytes, some of them likelier than others.
-    void randomize(std::mt19937& random);
-    /// Fills the payload with @p pieces in random order, and sometimes to its very end.
-    void randomize(std::mt19937& random, const std::vector<std::string>& pieces);
-    unsigned char* data() { return memory_.get() + 4; }
+    explicit payload_area(const std::string& bytes) {
+        std::memcpy(*this, bytes.data(), std::min<std::size_t>(bytes.size(), answer_payload_max));
+    }
+    operator unsigned char*() { return memory_.get() + 4; }
 
 private:
-    std::unique_ptr<unsigned char[]> memory_;
+    std::unique_ptr<unsigned char[]> memory_{new unsigned char[4 + answer_payload_max + 4]{}};
 };
 
 /// Decodes @p payload as if it had been received at @p time, and returns the report, written to a
@@ -66,11 +107,8 @@ std::string report(ns_req_template::request_handler& manager, std::shared_ptr<Pa
                    int sub_command, const std::string& payload, timeval time = {}) {
     data_struct* answer = manager.client->get_recv_data();
     answer->sub_command = sub_command;
-    answer->msg_len = static_cast<int>(payload.size());
     answer->time = time;
-    std::memset(answer->msg, 0, answer_payload_max);
-    std::memcpy(answer->msg, payload.data(),
-                std::min<std::size_t>(payload.size(), answer_payload_max));
+    std::memcpy(answer->msg, payload_area(payload), answer_payload_max);
     EXPECT_GE(manager.handle_request(parser), 0);
     std::ostringstream out;
     out << std::right << std::fixed << std::setprecision(3);
@@ -82,6 +120,26 @@ std::string report(ns_req_template::request_handler& manager, std::shared_ptr<Pa
 template<class Manager>
 struct offline : Manager {
     offline() { this->client = std::make_shared<client_comm>("127.0.0.1", 1); }
+};
+
+/// A manager, `m`, connected to a server that answers as the test tells it to.
+template<class Manager>
+struct served {
+    explicit served(bool whole = false) : connection(server.connect(whole)), m(connection) {}
+    ~served() { close_at_once(*connection); }
+    /// `sent` of this server.
+    std::string sent(int result) { return ::sent(server, result); }
+    /// `sent` of queries, one after the other, that write their reports nowhere.
+    std::string sent_by(std::initializer_list<int (Manager::*)(std::ostream*)> queries) {
+        int result = 0;
+        for (auto query : queries)
+            result += (m.*query)(nullptr);
+        return sent(result);
+    }
+
+    scripted_server server;
+    std::shared_ptr<client_comm> connection;
+    Manager m;
 };
 
 #endif

@@ -4,31 +4,17 @@
 
 #include "local_server.h"
 
-#include "client_comm.h"
-
-#include <stdexcept>
+#include "scripted_server.h"
 
 /// Samples this host, or the machine whose files lie below a folder.
-class running_server {
-public:
+struct running_server : tools::local_server {
     explicit running_server(const std::string& root = "/")
         : running_server(monsrv::server_options{root}) {}
-    explicit running_server(const monsrv::server_options& options) : server_(options) {
+    explicit running_server(const monsrv::server_options& options) : local_server(options) {
         client_comm::client_id = 0; // of an earlier server of this process
     }
-
-    int port() const { return server_.port(); }
     /// A connection to this server that takes answers of several parts whole.
-    std::shared_ptr<client_comm> connect() const {
-        auto connection = std::make_shared<client_comm>("127.0.0.1", port());
-        connection->stop_at_last_part(true);
-        if (connection->connect_to_server() != 0)
-            throw std::runtime_error("no connection");
-        return connection;
-    }
-
-private:
-    tools::local_server server_;
+    std::shared_ptr<client_comm> connect() const { return connect_to(port(), true); }
 };
 
 #endif

@@ -111,7 +111,9 @@ private:
 
 command_action configure(CLI::App& app) {
     auto pids = std::make_shared<std::vector<int>>();
-    app.add_option("PID", *pids, "Processes to watch")->required()->check(CLI::Range(1, std::numeric_limits<int>::max()));
+    app.add_option("PID", *pids, "Processes to watch")
+        ->required()
+        ->check(CLI::Range(1, std::numeric_limits<int>::max()));
     return [pids, when = add_schedule(app, schedule_form::options_only)](session& asking) {
         cpu_stat_manager manager(asking.new_connection());
         process_watch watch(asking, manager, *pids);

@@ -2,8 +2,10 @@
 // left out.
 #include "cpu_stat_manager.h"
 #include "net_stat_manager.h"
+#include "nnu_ratio_manager.h"
 #include "peri_stat_manager.h"
 #include "sys_info_manager.h"
+#include "vio_info_manager.h"
 
 #include "process_rows.h"
 #include "session.h"
@@ -11,6 +13,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iomanip>
+#include <map>
 #include <sstream>
 
 namespace tools {
@@ -69,6 +72,8 @@ public:
           cpu_(connection_) {
         peri_.client = connection_;
         net_.client = connection_;
+        nnu_.client = connection_;
+        vio_.client = connection_;
     }
 
     std::vector<std::shared_ptr<client_comm>> connections() const {
@@ -78,9 +83,10 @@ public:
     /// Asks for everything, and writes the screen unless @p out is null.
     int report(std::ostream* out) {
         std::ostringstream screen;
-        for (const auto part : {&summary::add_system, &summary::add_cpu, &summary::add_memory,
-                                &summary::add_disks, &summary::add_space, &summary::add_network,
-                                &summary::add_temperatures, &summary::add_processes})
+        for (const auto part :
+             {&summary::add_system, &summary::add_cpu, &summary::add_memory, &summary::add_disks,
+              &summary::add_space, &summary::add_network, &summary::add_temperatures,
+              &summary::add_accelerator, &summary::add_frame_rates, &summary::add_processes})
             if (const int code = (this->*part)(screen); code < 0)
                 return code;
         if (out == nullptr)
@@ -199,6 +205,32 @@ private:
         return code;
     }
 
+    int add_accelerator(std::ostream& out) {
+        int code = 0;
+        section lines("nnu", out);
+        for (const auto query :
+             {&nnu_ratio_manager::get_nnu0_ratio, &nnu_ratio_manager::get_nnu1_ratio})
+            if (has((nnu_.*query)(nullptr), *connection_, code))
+                lines.line() << nnu_.nnu_parser->name << std::setw(8) << nnu_.nnu_parser->nnu_rat
+                             << " %";
+        return code;
+    }
+
+    // What comes out of the camera interface, pipe by pipe: what all other blocks work on.
+    int add_frame_rates(std::ostream& out) {
+        int code = 0;
+        if (!has(vio_.get_cim_fps(), *connection_, code))
+            return code;
+        const fps_map& fps = vio_.cim_parse->fps;
+        const std::map<std::uint16_t, std::shared_ptr<pipe_fps>> by_pipe(fps.begin(), fps.end());
+        section lines("camera", out);
+        for (const auto& [pipe, rates] : by_pipe)
+            lines.line() << "pipe " << std::left << std::setw(7) << pipe << std::right
+                         << std::setw(4) << rates->input_fps << " frames/s in" << std::setw(6)
+                         << rates->output_fps << " out";
+        return code;
+    }
+
     int add_processes(std::ostream& out) {
         int code = 0;
         if (!has(cpu_.get_process_all(whole_table, nullptr), *connection_, code))
@@ -218,6 +250,8 @@ private:
     cpu_stat_manager cpu_;
     peri_stat_manager peri_;
     net_stat_manager net_;
+    nnu_ratio_manager nnu_;
+    vio_info_manager vio_;
     bool shown_ = false; // a screen stands above the next
 };
 
