@@ -79,9 +79,8 @@ TEST_F(client_comm_test, sends_48_bytes_and_the_payload) {
     const std::string expected("\x02\xAE\0\0\3\0\0\0\4\0\0\0\x30\0\0\0\0\0\x30\7\0\0\0\0"
                                "\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\xD2\4\0\0",
                                48);
-    ASSERT_EQ(connection->send_msg_to_server(
-                  0xAE02, 3, reinterpret_cast<const unsigned char*>("\xD2\4\0\0"), 4),
-              0);
+    const unsigned char pid[] = {0xD2, 4, 0, 0};
+    ASSERT_EQ(connection->send_msg_to_server(0xAE02, 3, pid, 4), 0);
     ASSERT_GT(connection->recv_msg_from_server(), 0);
     const std::string request = server.take_requests().at(0);
     EXPECT_EQ(request.substr(24, 16), native(connection->get_send_data()->time));

@@ -7,24 +7,18 @@
 #include "sampler_asker.h"
 
 namespace {
-struct fake_process {
-    int pid;
-    std::string comm = "worker";
-    long ticks = 0;
-    long start = 100; // ticks after boot
-    long storage = 0; // bytes
-    std::string priority = "20";
-};
-
 struct process_samplers : testing::Test {
-    void put(const fake_process& p) const {
-        const std::string folder = "/proc/" + std::to_string(p.pid);
-        tree.write(folder + "/stat",
-                   std::to_string(p.pid) + " (" + p.comm + ") S 7 3 3 0 -1 64 1 2 3 4 " +
-                       line_of(p.ticks - 1, "1 5 6", p.priority, "0 1 0", p.start,
-                               "8192 25 9 1 1 1 1 1 0 0 0 0 0 0 0 17 3 0 0 0 0 0\n"));
+    // A process: times in ticks, the start after boot; bytes stored.
+    void put(int pid, const std::string& comm, long ticks = 1, long start = 100, long stored = 0,
+             const char* priority = "20") const {
+        const std::string folder = "/proc/" + std::to_string(pid);
+        const std::string times = std::to_string(ticks - 1) + " 1 5 6 ";
+        tree.write(folder + "/stat", std::to_string(pid) + " (" + comm +
+                                         ") S 7 3 3 0 -1 64 1 2 3 4 " + times +
+                                         line_of(priority, "0 1 0", start, "8192 25 9") +
+                                         "1 1 1 1 1 0 0 0 0 0 0 0 17 3 0 0 0 0 0\n");
         tree.write(folder + "/io", "rchar: 9\nread_bytes: 0\nwrite_bytes: " +
-                                       std::to_string(p.storage) + "\ncancelled_write_bytes: 5");
+                                       std::to_string(stored) + "\ncancelled_write_bytes: 5");
     }
     int ask(int sub, int pid) { return asker.ask(0xAE02, sub, native(pid)); }
     // The busiest processes since @p client asked before: "pid usage |" in order.
@@ -46,7 +40,7 @@ struct process_samplers : testing::Test {
 
 TEST_F(process_samplers, status_and_accounts) {
     auto word = [this](const std::string& name) {
-        put({12, name});
+        put(12, name);
         EXPECT_EQ(ask(3, 12), 0);
         return asker.bytes.substr(0, asker.bytes.find(" S "));
     };
@@ -63,9 +57,9 @@ TEST_F(process_samplers, status_and_accounts) {
 }
 
 TEST_F(process_samplers, rank_processes_over_their_lives_and_then_since_the_answer_before) {
-    put({20, "slow", 50, 100, 1024 * 50});
-    put({3, "quick", 400, 9900, 0, "-2000000"});
-    put({21, "slow", 50, 100});
+    put(20, "slow", 50, 100, 1024 * 50);
+    put(3, "quick", 400, 9900, 0, "-2000000");
+    put(21, "slow", 50, 100);
     tree.write("/proc/22/comm", "ended before its files were read\n");
     tree.write("/proc/23/stat", "no status line\n");
     EXPECT_EQ(top("101.00"), "3 200 |20 0.5 |21 0.5 |"); // 4 s of 2
@@ -75,19 +69,19 @@ TEST_F(process_samplers, rank_processes_over_their_lives_and_then_since_the_answ
               line_of("7 slow S 20 3 0.5", 25 * sysconf(_SC_PAGESIZE)));
     EXPECT_EQ(table.send_pid_info[0].priority, INT16_MIN);
     top("101.00", 2);
-    put({3, "p", 500, 9900, 10240}); // 50 %, 5 KB/s
-    put({20, "p", 4, 100, 0});       // runs backwards
-    put({21, "p", 20, 10200});       // another process of the same id
-    put({5, "p", 75, 10250});
+    put(3, "p", 500, 9900, 10240); // 50 %, 5 KB/s
+    put(20, "p", 4, 100, 0);       // runs backwards
+    put(21, "p", 20, 10200);       // another process of the same id
+    put(5, "p", 75, 10250);
     EXPECT_EQ(top("103.00"), "3 50 |5 37.5 |21 10 |20 0 |");
     EXPECT_EQ(table.send_pid_info[0].io_per_second, 5);
     // Nobody's time is another's, and who comes back under an id that was given back is new.
-    put({3, "p", 600, 9900});
+    put(3, "p", 600, 9900);
     EXPECT_EQ(top("105.00", 2).substr(0, 5), "3 50 ");
     asker.client_gone(1);
     EXPECT_EQ(top("105.00").substr(0, 6), "3 100 ");
     for (int pid = 1; pid <= 300; ++pid)
-        put({pid, "p", 3 * pid});
+        put(pid, "p", 3 * pid);
     EXPECT_EQ(top("105.00", 3).substr(0, 4), "300 ");
     EXPECT_EQ(table.pid_num, 146);
     EXPECT_EQ(table.send_pid_info[145].pid, 155);

@@ -51,7 +51,6 @@ TEST(process_stat, usage) {
 TEST(process_io, rates_are_over_whole_seconds) {
     offline<cpu_stat_manager> m;
     m.add_io_monitor_process(-2);
-    cout_capture output;
     auto next = [&m, ms = 0L](const std::string& text) mutable {
         ms += std::stol(text);
         const timeval time{1 + ms / 1000, ms % 1000 * 1000};
@@ -66,14 +65,13 @@ TEST(process_io, rates_are_over_whole_seconds) {
          "1001 rchar:\n => pid:-2, read/s:2.500, write/s:2.000\n",
          "1000 read_bytes: 101023\nwrite_bytes: 98975 => pid:-2, read/s:1.000, "
          "write/s:18014398509481984.000\n"});
-    EXPECT_EQ(output.take(), "parse_process_io failed:stol\n");
+    EXPECT_EQ(m.printed.take(), "parse_process_io failed:stol\n");
 }
 
 TEST(cpu_stat_manager, sends_what_its_queries_say) {
     using manager = cpu_stat_manager;
     served<manager> with(true);
     manager& m = with.m;
-    cout_capture output;
     m.add_stat_monitor_process(0x01020304);
     m.add_io_monitor_process(-2);
     EXPECT_EQ(

@@ -36,14 +36,13 @@ TEST(request_handler, sends_receives_decodes_and_reports) {
     served<own_manager> with;
     auto parser = std::make_shared<word_parser>();
     std::ostringstream out;
-    log_capture log;
     with.server.next_text(5, "hello");
     EXPECT_EQ(with.sent(with.m.get_sys_info(5, parser, &out)), "1267:5");
     std::uint8_t payload[1025] = {1, 2, 3};
     parser->result = 1; // a decode that returns more than 0 is a success
     with.server.next_text(6, "again");
     EXPECT_EQ(with.sent(with.m.get_req_info(6, payload, 3, parser, nullptr)), "1267:6=010203");
-    EXPECT_EQ(log.take(), "");
+    EXPECT_EQ(with.log.take(), "");
     const std::tuple<int, answer_packets, int, std::string> failures[] = {
         {1025, {}, 0, "Send message error with -1"},
         {4, {error_packet(5, -7)}, 0, "Receive message error with -7"},
@@ -55,7 +54,7 @@ TEST(request_handler, sends_receives_decodes_and_reports) {
         parser->result = decode;
         const int result = with.m.get_req_info(5, payload, size, parser, &out);
         EXPECT_EQ(std::to_string(result), logged.substr(logged.size() - 2));
-        EXPECT_NE(log.take().find("6 OWN: " + logged + "\n"), std::string::npos) << logged;
+        EXPECT_NE(with.log.take().find("6 OWN: " + logged + "\n"), std::string::npos) << logged;
     }
     EXPECT_EQ(out.str() + parser->word, "word: helloagain");
 }

@@ -38,6 +38,7 @@ void text(text_reader& reader, std::istream& stream, unsigned kind) {
     std::string_view mine = "before";
     std::string theirs = "before";
     char my_character = '!', their_character = '!';
+    const char end = kind % 2 == 0 ? ':' : '\n';
     if (kind % 5 == 0) {
         reader.skip_blanks();
         stream >> std::ws;
@@ -45,27 +46,29 @@ void text(text_reader& reader, std::istream& stream, unsigned kind) {
         reader.character(my_character);
         stream >> their_character;
     } else if (kind % 5 == 2) {
-        reader.next_line(mine, kind % 2 == 0 ? ':' : '\n');
-        std::getline(stream, theirs, kind % 2 == 0 ? ':' : '\n');
-    } else {
-        reader.skip_words(kind % 5 == 3 ? 2 : 0);
-        if (kind % 5 == 3)
-            stream >> theirs >> theirs;
+        reader.skip_words(2);
+        stream >> theirs >> theirs >> (theirs = "before");
         reader.word(mine);
-        stream >> (theirs = "before");
+    } else if (kind % 5 == 3) {
+        reader.word(mine);
+        stream >> theirs;
+    } else {
+        reader.next_line(mine, end);
+        std::getline(stream, theirs, end);
     }
     ASSERT_EQ(my_character, their_character);
     ASSERT_EQ(mine, theirs);
 }
 
-void (*const steps[])(text_reader&, std::istream&, unsigned) = {number<std::uint64_t>,
-                                                                number<std::int64_t>,
-                                                                number<std::uint32_t>,
-                                                                number<std::int32_t>,
-                                                                number<std::uint16_t>,
-                                                                number<std::int16_t>,
-                                                                text,
-                                                                text};
+using step = void (*)(text_reader&, std::istream&, unsigned);
+const step steps[] = {number<std::uint64_t>,
+                      number<std::int64_t>,
+                      number<std::uint32_t>,
+                      number<std::int32_t>,
+                      number<std::uint16_t>,
+                      number<std::int16_t>,
+                      text,
+                      text};
 } // namespace
 
 TEST(text_reader, agrees_with_a_stream_on_random_lines) {

@@ -30,7 +30,6 @@ const std::string usecase = ask + "19 10 30\n";
 TEST(vio_info, queries) {
     served<vio_info_manager> with;
     vio_info_manager& m = with.m;
-    cout_capture printed;
     std::ostringstream table;
     m.gdc_parse->fps[1] = std::make_shared<pipe_fps>();
     EXPECT_EQ(with.sent(m.get_isp_info()), "AE08:1 AE08:2");
@@ -44,7 +43,7 @@ TEST(vio_info, queries) {
     EXPECT_EQ(with.sent(m.sort_all_vio_fps(&table)),
               "AE08:5 AE08:6 AE08:3 AE08:4 AE08:7 AE08:8 AE08:9");
     EXPECT_EQ(with.sent(m.sort_all_vio_fps(nullptr)), "-1");
-    EXPECT_EQ(printed.take() + table.str(), "parse_vio_delay\nPIPE/IP       \n");
+    EXPECT_EQ(with.printed.take() + table.str(), "parse_vio_delay\nPIPE/IP       \n");
     // All gathered so far is reported after each answer.
     const std::string report =
         "================isp_pipe0==================\nctx_count:\t1\nactive:   \t2\n"
@@ -52,21 +51,22 @@ TEST(vio_info, queries) {
         "dev_sched_mode:\t\n";
     with.server.next_text(1, "fw_ctx_count\n1 2 3\n" + usecase);
     EXPECT_EQ(with.sent(m.get_isp_info()), "AE08:1 AE08:2");
-    EXPECT_EQ(printed.take(), report + report);
+    EXPECT_EQ(with.printed.take(), report + report);
     // A failure ends a query.
     with.server.next_text(11, pym + "a: 1,b c d 2\n");
     with.server.next({error_packet(12, -5)});
     EXPECT_EQ(with.sent(m.get_pym_stat()), "-5 AE08:11 AE08:12");
-    EXPECT_EQ(printed.take(), "================S0 info==================\npym mode:2\tinput_width:"
-                              "19\tinput_heigh:10\nhw_drop_cnt:0\tsw_drop_cnt:0\tisp_drop_cnt:2\n");
+    EXPECT_EQ(with.printed.take(),
+              "================S0 info==================\npym mode:2\tinput_width:"
+              "19\tinput_heigh:10\nhw_drop_cnt:0\tsw_drop_cnt:0\tisp_drop_cnt:2\n");
     // The number of the answer counts: rates, then nothing that belongs here.
     with.server.next_text(3, "isp p 2 fps in : 30 fps out : 25\n");
     with.server.next_text(20, usecase);
-    log_capture log;
+    with.log.take();
     EXPECT_EQ(m.get_isp_info(), -1);
     EXPECT_EQ(shown(m.isp_parse->fps), "2:isp 30=>25 ");
-    EXPECT_EQ(log.take(), "6 MONCL_VIO: Isp sub_command error with 20\n"
-                          "6 MONCL_VIO: Handle request error with -1\n");
+    EXPECT_EQ(with.log.take(), "6 MONCL_VIO: Isp sub_command error with 20\n"
+                               "6 MONCL_VIO: Handle request error with -1\n");
 }
 
 TEST(vio_info, frame_rates_by_the_place_of_their_words) {
@@ -143,7 +143,6 @@ TEST(vio_info, takes_an_answer_of_many_parts_whole_or_ends_it_in_an_error) {
         for (std::size_t i = 0; i < 3; ++i)
             parts[i] = packet(1, text.substr(i * 8192, 8192), 8193);
         served<vio_info_manager> with(whole);
-        cout_capture printed;
         with.server.next(parts);
         EXPECT_EQ(with.m.get_isp_info(), result);
         EXPECT_EQ(with.m.isp_parse->info.size(), records);

@@ -120,6 +120,7 @@ std::string report(ns_req_template::request_handler& manager, std::shared_ptr<Pa
 template<class Manager>
 struct offline : Manager {
     offline() { this->client = std::make_shared<client_comm>("127.0.0.1", 1); }
+    cout_capture printed;
 };
 
 /// A manager, `m`, connected to a server that answers as the test tells it to.
@@ -140,6 +141,8 @@ struct served {
     scripted_server server;
     std::shared_ptr<client_comm> connection;
     Manager m;
+    cout_capture printed;
+    log_capture log;
 };
 
 #endif
