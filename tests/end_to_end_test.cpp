@@ -17,16 +17,6 @@ std::string at(int port) {
     return "127.0.0.1:" + std::to_string(port);
 }
 
-// monsrv at a port, which stays its own when it is started again.
-struct server_process : child_process {
-    explicit server_process(int wanted = 0)
-        : child_process({MONSRV_PROGRAM, "--port", std::to_string(wanted)}) {
-        read_until("\n");
-        port = std::stoi(out.substr(out.rfind(':') + 1));
-    }
-    int port;
-};
-
 // The command that @p line holds, blanks between its words.
 struct moncl : child_process {
     explicit moncl(const std::string& line, int port = 0)

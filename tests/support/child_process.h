@@ -88,6 +88,16 @@ private:
     pid_t pid_ = 0;
 };
 
+/// monsrv at a port, which stays its own when it is started again.
+struct server_process : child_process {
+    explicit server_process(int wanted = 0, const std::string& option = "--root=/")
+        : child_process({MONSRV_PROGRAM, option, "--port", std::to_string(wanted)}) {
+        read_until("\n");
+        port = std::stoi(out.substr(out.rfind(':') + 1));
+    }
+    int port;
+};
+
 /// A folder of files that is removed at the end.
 class file_tree {
 public:
