@@ -70,7 +70,8 @@ TEST(interrupts, arrive_in_parts) {
         {parts, false, -1, ""}};
     for (const auto& [answer, whole, result, printed] : cases) {
         served<cpu_stat_manager> with(whole);
-        with.m.joined_parts.assign(50 * 8192, 'x'); // of an answer before: must not show
+        with.m.joined_len = 50 * 8192; // of an answer before: must not show
+        with.m.joined_parts.assign(50 * 8192, 'x');
         with.server.next(answer);
         EXPECT_EQ(with.m.get_interrupt(&std::cerr), result);
         EXPECT_EQ(with.printed.take(), printed);
