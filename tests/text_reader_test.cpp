@@ -24,7 +24,7 @@ std::string random_line(std::mt19937& random) {
     return line;
 }
 
-// One read with both readers; what they were to read into starts out alike.
+// Reads of both readers into what starts out alike.
 template<class Int>
 void number(text_reader& reader, std::istream& stream, unsigned start) {
     Int mine = static_cast<Int>(start);
@@ -34,36 +34,39 @@ void number(text_reader& reader, std::istream& stream, unsigned start) {
     ASSERT_EQ(mine, theirs);
 }
 
-void text(text_reader& reader, std::istream& stream, unsigned kind) {
+template<bool line>
+void text(text_reader& reader, std::istream& stream, unsigned start) {
     std::string_view mine = "before";
     std::string theirs = "before";
-    char my_character = '!', their_character = '!';
-    const char end = kind % 2 == 0 ? ':' : '\n';
-    if (kind % 5 == 0) {
+    const char end = start % 2 == 0 ? ':' : '\n';
+    line ? reader.next_line(mine, end) : reader.word(mine);
+    line ? std::getline(stream, theirs, end) : stream >> theirs;
+    ASSERT_EQ(mine, theirs);
+}
+
+void character(text_reader& reader, std::istream& stream, unsigned) {
+    char mine = '!', theirs = '!';
+    reader.character(mine);
+    stream >> theirs;
+    ASSERT_EQ(mine, theirs);
+}
+
+void skip(text_reader& reader, std::istream& stream, unsigned start) {
+    std::string skipped;
+    if (start % 2 == 0) {
         reader.skip_blanks();
         stream >> std::ws;
-    } else if (kind % 5 == 1) {
-        reader.character(my_character);
-        stream >> their_character;
-    } else if (kind % 5 == 2) {
-        reader.skip_words(2);
-        stream >> theirs >> theirs;
-        theirs = mine;
-    } else if (kind % 5 == 3) {
-        reader.word(mine);
-        stream >> theirs;
     } else {
-        reader.next_line(mine, end);
-        std::getline(stream, theirs, end);
+        reader.skip_words(2);
+        stream >> skipped >> skipped;
     }
-    ASSERT_EQ(my_character, their_character);
-    ASSERT_EQ(mine, theirs);
 }
 
 template<class... Int>
 void one_of(text_reader& reader, std::istream& stream, unsigned start) {
-    void (*const steps[])(text_reader&, std::istream&, unsigned) = {number<Int>..., text, text};
-    steps[start % std::size(steps)](reader, stream, start / 8);
+    void (*const steps[])(text_reader&, std::istream&, unsigned) = {number<Int>..., text<true>,
+                                                                    text<false>, character, skip};
+    steps[start % std::size(steps)](reader, stream, start / 16);
 }
 } // namespace
 
