@@ -76,15 +76,15 @@ TEST_F(client_comm_test, sends_48_bytes_and_the_payload) {
     EXPECT_EQ(connection->send_msg_to_server(1, 1, payload, 1025), -1);
     EXPECT_EQ(errors(), "client_comm send support max len is 1024\n");
     // The very bytes that docs/protocol.md shows.
-    const std::string expected("\x02\xAE\0\0\3\0\0\0\4\0\0\0\x30\0\0\0\0\0\x30\7\0\0\0\0"
-                               "\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\xD2\4\0\0",
-                               48);
+    const std::string expected("\x02\xAE\0\0\3\0\0\0\4\0\0\0\x30\0\0\0\0\0\x30\7"
+                               "\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\xD2\4",
+                               46);
     const unsigned char pid[] = {0xD2, 4, 0, 0};
     ASSERT_EQ(connection->send_msg_to_server(0xAE02, 3, pid, 4), 0);
     ASSERT_GT(connection->recv_msg_from_server(), 0);
     const std::string request = server.take_requests().at(0);
     EXPECT_EQ(request.substr(24, 16), native(connection->get_send_data()->time));
-    EXPECT_EQ(comparable(request), expected);
+    EXPECT_EQ(comparable(request), expected + std::string(2, '\0'));
 }
 
 TEST_F(client_comm_test, judges_answers) {

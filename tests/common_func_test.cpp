@@ -1,5 +1,4 @@
-// Codecs, formatting, time differences and the cache of open files.
-#include "child_process.h"
+// Codecs, time differences and formatting.
 #include "manager_support.h"
 
 TEST(common_func, codecs_time_differences_and_units) {
@@ -13,20 +12,4 @@ TEST(common_func, codecs_time_differences_and_units) {
         show_by_unit(size, out << std::left << std::setfill('.') << std::setw(8), 0);
     show_by_unit(~0UL, out, 255);
     EXPECT_EQ(out.str(), "0.0B....1.0K....1.1K....1024.0K.1.0M....16.0E...16.0Y");
-}
-
-TEST(file_cache, reads_from_the_start_again_and_keeps_301_descriptors) {
-    const file_tree tree;
-    unsigned char text[9] = "????????";
-    auto read = [&](int i, int room) {
-        return file_cache::read_file(tree.root() + "/" + std::to_string(i), text, room, true);
-    };
-    for (int i = 0; i < 302; ++i) {
-        tree.write("/" + std::to_string(i), "12345");
-        EXPECT_EQ(read(i, 3) * 1000 + text[2] * 100 + text[3], 2000 + '?');
-    }
-    tree.write("/0", "8");
-    EXPECT_EQ(line_of(read(0, 9), read(0, 0), read(999, 9), text[0]), "1 -1 -2 8 ");
-    EXPECT_EQ(file_cache::file_fds_cache.size(), 301U);
-    file_cache::empty_cache_file();
 }

@@ -62,8 +62,8 @@ TEST(net_stat, reports_rates_between_two_answers) {
     // The first total of a process counts from 0, one that is not registered is left out.
     log_capture log;
     const std::string mixed = process(30, 1024) + process(6, 1) + process(5, 3145728);
-    EXPECT_EQ(next({12, 0}, bandwidth(2, device("lo", 1512000) + device("wlan0-outdoors-2", 1024),
-                                      3, mixed)),
+    const std::string both = device("lo", 1512000) + device("wlan0-outdoors-2", 1024);
+    EXPECT_EQ(next({12, 0}, bandwidth(2, both, 3, mixed)),
               "lo    500.00\nwlan0-outdoors-1.00\n" + five + thirty);
     EXPECT_EQ(log.take(), "6 -: recive pid 6 not in pid map\n");
     // The time stamp before has no microseconds and so counts as none; it does not the next time. A
@@ -97,9 +97,8 @@ TEST(net_stat, takes_only_the_records_the_payload_holds) {
         net_stat_parse parser;
         parser.pid_result = {{1, {}}, {2, {}}};
         parser.parse_net_stat(payload_area(bandwidth(devices, records, count, processes)), 0);
-        EXPECT_EQ(line_of(parser.dev_result.size(),
-                          std::max(parser.pid_result[1].total, parser.pid_result[2].total)),
-                  taken);
+        const auto total = std::max(parser.pid_result[1].total, parser.pid_result[2].total);
+        EXPECT_EQ(line_of(parser.dev_result.size(), total), taken);
     }
 }
 

@@ -65,15 +65,17 @@ TEST(peri, reports) {
                  "hot\n \t31000 mC => 31000", "-1 => 18446744073709551615"});
     expect_each(by(m.co_parser, 1), {"3 => 3", "\n => 3", "x => 0"});
     // The list begins anew with each answer, its first value at 0.
+    const std::string thermal = "Thermal(mC):    ";
     expect_each(by(m.all_th_parser, 19),
-                {"|| => Thermal(mC):    Cooling_stat:   ",
+                {"|| => " + thermal + "Cooling_stat:   ",
                  "\2\3"
-                 "1|2\n|45000\n|46000|47000| => "
-                 "Thermal(mC):    45000  46000  47000  Cooling_stat:   1      2      ",
-                 "\3\3|5|||7\n8|x| => "
-                 "Thermal(mC):    0      8      0      Cooling_stat:   0      5      5      ",
+                 "1|2\n|45000\n|46000|47000| => " +
+                     thermal + "45000  46000  47000  Cooling_stat:   1      2      ",
+                 "\3\3|5|||7\n8|x| => " + thermal +
+                     "0      8      0      Cooling_stat:   0      5      5      ",
                  "|\2"
-                 "12345678|1| => Thermal(mC):    123456781      Cooling_stat:   "});
+                 "12345678|1| => " +
+                     thermal + "123456781      Cooling_stat:   "});
     const std::string n16(16, 'n');
     const std::string n32(32, 'n');
     const std::string heaps = record(n16, 16, {1536}) + record("cma", 16, {1 << 30});

@@ -62,12 +62,13 @@ TEST_F(peripherals, names_choose_devices_and_mount_points) {
 
 TEST_F(peripherals, sensor_without_a_figure_leaves_the_others_in_place) {
     const std::string zone = "/sys/class/thermal/thermal_zone";
-    tree.write(zone + "0/temp", "45000\n");
-    tree.write(zone + "1/type", "slow");
+    for (auto [item, text] : {std::pair("0/temp", "45000"),
+                              {"1/type", "slow"},
+                              {"3/temp", "-2000"},
+                              {"4/temp", "\n"},
+                              {"5/temp", "47000\n"}})
+        tree.write(zone + item, text);
     ASSERT_EQ(mkfifo((tree.root() + zone + "1/temp").c_str(), 0600), 0); // hangs; there is no 2
-    tree.write(zone + "3/temp", "-2000\n");
-    tree.write(zone + "4/temp", "\n");
-    tree.write(zone + "5/temp", "47000\n");
     tree.write("/sys/class/thermal/cooling_device1/cur_state", "3\n");
     const running_server server(tree.root());
     peri_stat_manager m("127.0.0.1", server.port());

@@ -99,8 +99,7 @@ TEST(interrupt_sampler, sends_a_table_of_many_parts_whole) {
         ASSERT_EQ(manager.get_interrupt(nullptr), 0);
         const int fitting = (50 * 8192 - 1 - 5) / static_cast<int>(line.size());
         EXPECT_TRUE(reinterpret_cast<const char*>(manager.joined_parts.data()) ==
-                    "CPU0\n" + repeated(line, std::min(lines, fitting)))
-            << lines;
+                    "CPU0\n" + repeated(line, std::min(lines, fitting)));
     }
     close_at_once(*manager.client);
 }

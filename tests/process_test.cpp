@@ -51,6 +51,7 @@ TEST(process_stat, usage) {
 TEST(process_io, rates_are_over_whole_seconds) {
     offline<cpu_stat_manager> m;
     m.add_io_monitor_process(-2);
+    const std::string wrapped = "write/s:18014398509481984.000\n";
     auto next = [&m, ms = 0L](const std::string& text) mutable {
         ms += std::stol(text);
         const timeval time{1 + ms / 1000, ms % 1000 * 1000};
@@ -63,8 +64,7 @@ TEST(process_io, rates_are_over_whole_seconds) {
          // Not a whole second: the rates stay, as they do after a broken text.
          "999 read_bytes: 99999\nwrite_bytes: 99999 => pid:-2, read/s:2.500, write/s:2.000\n",
          "1001 rchar:\n => pid:-2, read/s:2.500, write/s:2.000\n",
-         "1000 read_bytes: 101023\nwrite_bytes: 98975 => pid:-2, read/s:1.000, "
-         "write/s:18014398509481984.000\n"});
+         "1000 read_bytes: 101023\nwrite_bytes: 98975 => pid:-2, read/s:1.000, " + wrapped});
     EXPECT_EQ(m.printed.take(), "parse_process_io failed:stol\n");
 }
 
@@ -117,15 +117,8 @@ TEST(cpu_stat_manager, prints_the_table_of_busiest_processes) {
 }
 
 TEST(cpu_stat_manager, follows_the_switch_of_performance_counting) {
-    perf_counters counters{};
-    counters.instructions = 2000000;
-    counters.cycles = 1000000;
-    counters.cs = 3;
-    counters.migrations = 4;
-    counters.page_faults = 5;
-    counters.stall_frontend = 250000;
-    counters.l1d_misses = counters.branch_misses = 1;
-    counters.l1d_load = 8;
+    const std::uint64_t counters[] = {1000000, 3,   2000000, 4, 5, 250000, 0, 1, 8, 1, 4, 1000,
+                                      50,      100, 30,      6, 8, 3,      8, 0, 0, 1, 0};
     offline<cpu_stat_manager> m;
     EXPECT_EQ(report(m, m.perf_parser, 10, "", {95, 0}), "");
     EXPECT_TRUE(m.perf_parser->enabled);
@@ -135,9 +128,9 @@ TEST(cpu_stat_manager, follows_the_switch_of_performance_counting) {
               "Migrations:             4\nPage_faults:            5\n"
               "Context-switch:         3\nFrontend_stall:         25.00 %\n"
               "Backend_stall:          0.00 %\nL1D-miss:               12.50 %\n"
-              "L1I-miss:               -nan %\nL2D-miss:               -nan %\n"
-              "L3D-miss:               -nan %\nLLC-miss:               -nan %\n"
-              "Dtlb-miss:              -nan %\nITLB-miss:              -nan %\n"
+              "L1I-miss:               25.00 %\nL2D-miss:               5.00 %\n"
+              "L3D-miss:               30.00 %\nLLC-miss:               75.00 %\n"
+              "Dtlb-miss:              -nan %\nITLB-miss:              37.50 %\n"
               "Branch-miss:            inf %\n");
     report(m, m.perf_parser, 99, "", {103, 0}); // changes nothing but the time
     EXPECT_TRUE(m.perf_parser->enabled && m.perf_parser->timestamp.tv_sec == 103);

@@ -46,9 +46,8 @@ TEST(vio_info, queries) {
     EXPECT_EQ(with.printed.take() + table.str(), "parse_vio_delay\nPIPE/IP       \n");
     // All gathered so far is reported after each answer.
     const std::string report =
-        "================isp_pipe0==================\nctx_count:\t1\nactive:   \t2\n"
-        "unactive:\t3\npipe_id:\t0\nframe_rate:\t30\ns_Width:\t19\ns_Height:\t10\n"
-        "dev_sched_mode:\t\n";
+        "================isp_pipe0==================\nctx_count:\t1\nactive:   \t2\nunactive:\t3\n"
+        "pipe_id:\t0\nframe_rate:\t30\ns_Width:\t19\ns_Height:\t10\ndev_sched_mode:\t\n";
     with.server.next_text(1, "fw_ctx_count\n1 2 3\n" + usecase);
     EXPECT_EQ(with.sent(m.get_isp_info()), "AE08:1 AE08:2");
     EXPECT_EQ(with.printed.take(), report + report);
@@ -81,16 +80,15 @@ TEST(vio_info, frame_rates_by_the_place_of_their_words) {
         return shown(m.isp_parse->fps) + "| " + shown(m.gdc_parse->fps);
     };
     // Lines of eleven words, and of six for GDC.
-    expect_each(
-        decoded,
-        {"a b 3 c d e 30 f g h 25\n => 3:a 30=>25 | 3:a 0=>0 ",
-         " \ta  b\t7 1 2 9 30 4 5 6 25 x => 7:a 30=>25 | 7:a 0=>9 ",
-         // The first line of a pipe counts; an empty one is of pipe 0.
-         "a b 1 c d 5 1 f g h 2\n\nb b 1 c d 8\nc b 0 => 0: 0=>0 1:a 1=>2 | 0: 0=>0 1:a 0=>5 ",
-         "a b x c d 5 6 f g h 7 => 0:a 0=>0 | 0:a 0=>0 ",
-         "a b 65536 c d 5 => 65535:a 0=>0 | 65535:a 0=>0 ",
-         "a b -1 c d 65536 x f g h 7 => 65535:a 0=>0 | 65535:a 0=>65535 ",
-         "a b 1 c d e 30 f g h => 1:a 30=>0 | 1:a 0=>0 "});
+    expect_each(decoded,
+                {"a b 3 c d e 30 f g h 25\n => 3:a 30=>25 | 3:a 0=>0 ",
+                 " \ta  b\t7 1 2 9 30 4 5 6 25 x => 7:a 30=>25 | 7:a 0=>9 ",
+                 // The first line of a pipe counts; an empty one is of pipe 0.
+                 "a b 1 c d 5 1 f g h 2\n\nb b 1 c d 8 => 0: 0=>0 1:a 1=>2 | 0: 0=>0 1:a 0=>5 ",
+                 "a b x c d 5 6 f g h 7 => 0:a 0=>0 | 0:a 0=>0 ",
+                 "a b 65536 c d 5 => 65535:a 0=>0 | 65535:a 0=>0 ",
+                 "a b -1 c d 65536 x f g h 7 => 65535:a 0=>0 | 65535:a 0=>65535 ",
+                 "a b 1 c d e 30 f g h => 1:a 30=>0 | 1:a 0=>0 "});
     EXPECT_THROW(gdc_parser().parse_gdc_fps(nullptr), std::logic_error);
 }
 
@@ -102,12 +100,13 @@ TEST(vio_info, use_cases_and_statistics) {
     };
     // Counts as characters, pipe, rate, width, height, mode; what was read holds for the next.
     const std::string id = "isp_pipe pipeline_id\nid";
-    expect_each(isp, {"fw_ctx_count x\n4 2 2\ndev_sched_mode\n\tauto x\n" + id + ": 1\n" + usecase +
+    const std::string ctx = "fw_ctx_count x\n";
+    expect_each(isp, {ctx + "4 2 2\ndev_sched_mode\n\tauto x\n" + id + ": 1\n" + usecase +
                           " => 4 2 2 1 30 19 10 auto ",
-                      "fw_ctx_count\n12 3\n" + usecase + id + " 4\n" + ask +
+                      ctx + "12 3\n" + usecase + id + " 4\n" + ask +
                           "9 => 1 2 3 0 30 19 10 1 2 3 4 30 9 10 ",
                       "isp_pipe usecase => 0 0 0 0 0 0 0 ",
-                      "fw_ctx_count\n4\n" + usecase + "fw_ctx_count => 4 0 0 0 30 19 10 ",
+                      ctx + "4\n" + usecase + "fw_ctx_count => 4 0 0 0 30 19 10 ",
                       // The line behind a keyword is not looked at for keywords.
                       "dev_sched_mode\n" + ask + "1\n" + usecase + " => 0 0 0 0 30 19 10 isp_pipe ",
                       id + " x\n" + ask + "1 x 3 => 0 0 0 0 0 1 0 ",

@@ -13,24 +13,19 @@ cmake_minimum_required(VERSION 3.25)
 project(outside LANGUAGES CXX)
 find_package(moncl REQUIRED)
 foreach(program own_log fallback_log)
-  add_executable(${program} ${program}.cpp)
+  add_executable(${program} program.cpp)
   target_link_libraries(${program} PRIVATE moncl::moncl)
 endforeach()
+target_compile_definitions(own_log PRIVATE OWN_LOG)
 EOF
-cat >project/fallback_log.cpp <<'EOF'
+cat >project/program.cpp <<'EOF'
 #include "client_comm.h"
-int main() {
-    client_comm connection("no such address", 1);
-    return connection.connect_to_server() == -3 ? 0 : 1;
-}
+#ifdef OWN_LOG
+#include <cstdio>
+extern "C" int __android_log_print(int, const char*, const char*, ...) { return std::puts("own log"); }
+#endif
+int main() { return client_comm("no such address", 1).connect_to_server() == -3 ? 0 : 1; }
 EOF
-{
-    echo '#include <cstdio>'
-    echo 'extern "C" int __android_log_print(int, const char*, const char*, ...) {'
-    echo '    return std::puts("own log");'
-    echo '}'
-    cat project/fallback_log.cpp
-} >project/own_log.cpp
 
 for shared in OFF ON; do
     cmake -S "$source" -B "build_$shared" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=$shared \
@@ -44,6 +39,6 @@ for shared in OFF ON; do
     pc=$(find "$work/prefix_$shared" -name moncl.pc)
     export PKG_CONFIG_PATH=${pc%/*}
     flags=$(pkg-config --cflags --libs moncl)
-    ${CXX:-c++} -std=c++17 project/own_log.cpp $flags -o "outside_$shared/by_pkg_config"
+    ${CXX:-c++} -std=c++17 -DOWN_LOG project/program.cpp $flags -o "outside_$shared/by_pkg_config"
     test "$(LD_LIBRARY_PATH=${pc%/pkgconfig/*} "outside_$shared/by_pkg_config" 2>&1)" = "own log"
 done

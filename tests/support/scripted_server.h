@@ -61,8 +61,6 @@ inline std::shared_ptr<client_comm> connect_to(int port, bool whole) {
 /// starts over.
 inline void close_at_once(client_comm& connection) {
     const int linger_ms = 0;
-    if (connection.get_socket() == nullptr)
-        return;
     zmq_setsockopt(connection.get_socket(), ZMQ_LINGER, &linger_ms, sizeof linger_ms);
     connection.close_connect();
 }
