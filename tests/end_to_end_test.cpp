@@ -94,7 +94,8 @@ TEST(end_to_end, ends_quietly) {
         cpu.ends(0);
         EXPECT_TRUE(matches(cpu.err, "moncl: asking a server inside .*, at 127.0.0.1:[0-9]+\n"));
     }
-    child_process pipe({"sh", "-c", "(" MONCL_PROGRAM " cpu 0.1; echo $? >&2) | head -1"});
+    child_process pipe(
+        {"sh", "-c", "(" TEST_EMULATOR " " MONCL_PROGRAM " cpu 0.1; echo $? >&2) | head -1"});
     EXPECT_EQ(pipe.wait(), 0);
     EXPECT_EQ(pipe.err.substr(pipe.err.find('\n')), "\n0\n") << "nobody reads on";
     auto ending = std::make_unique<child_process>(words{"sleep", "60"});
@@ -125,9 +126,10 @@ TEST(end_to_end, recovers_when_the_server_is_back_and_fails_when_it_stays_away) 
     auto counted = [&net] { return figure(net.out.substr(net.out.rfind("total ")), "l (\\d+) b"); };
     const double before = counted();
     ASSERT_TRUE(pair.carry_50000());
-    for (int i = 0; i < 100 && counted() < before + 100000; ++i)
+    for (int i = 0; i < 100 && *TEST_EMULATOR == '\0' && counted() < before + 100000; ++i)
         net.read_until("Kbytes/s\n");
-    EXPECT_EQ(counted(), before + 100000);
+    if (*TEST_EMULATOR == '\0') // which knows no socket diagnostics
+        EXPECT_EQ(counted(), before + 100000);
     child_process second({MONSRV_PROGRAM, "--port", std::to_string(port)});
     EXPECT_EQ(second.wait(), 1);
     EXPECT_NE(second.err.find("Address already in use"), std::string::npos);

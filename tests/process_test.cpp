@@ -122,16 +122,18 @@ TEST(cpu_stat_manager, follows_the_switch_of_performance_counting) {
     offline<cpu_stat_manager> m;
     EXPECT_EQ(report(m, m.perf_parser, 10, "", {95, 0}), "");
     EXPECT_TRUE(m.perf_parser->enabled);
-    EXPECT_EQ(report(m, m.perf_parser, 11, native(counters), {100, 2000}),
-              "System Performance Stat:\n"
-              "During:                 5002 ms\nIPC:                    2.00\n"
-              "Migrations:             4\nPage_faults:            5\n"
-              "Context-switch:         3\nFrontend_stall:         25.00 %\n"
-              "Backend_stall:          0.00 %\nL1D-miss:               12.50 %\n"
-              "L1I-miss:               25.00 %\nL2D-miss:               5.00 %\n"
-              "L3D-miss:               30.00 %\nLLC-miss:               75.00 %\n"
-              "Dtlb-miss:              -nan %\nITLB-miss:              37.50 %\n"
-              "Branch-miss:            inf %\n");
+    std::string text = report(m, m.perf_parser, 11, native(counters), {100, 2000});
+    if (const auto sign = text.find("-nan"); sign != text.npos)
+        text.erase(sign, 1); // which the processor chooses
+    EXPECT_EQ(text, "System Performance Stat:\n"
+                    "During:                 5002 ms\nIPC:                    2.00\n"
+                    "Migrations:             4\nPage_faults:            5\n"
+                    "Context-switch:         3\nFrontend_stall:         25.00 %\n"
+                    "Backend_stall:          0.00 %\nL1D-miss:               12.50 %\n"
+                    "L1I-miss:               25.00 %\nL2D-miss:               5.00 %\n"
+                    "L3D-miss:               30.00 %\nLLC-miss:               75.00 %\n"
+                    "Dtlb-miss:              nan %\nITLB-miss:              37.50 %\n"
+                    "Branch-miss:            inf %\n");
     report(m, m.perf_parser, 99, "", {103, 0}); // changes nothing but the time
     EXPECT_TRUE(m.perf_parser->enabled && m.perf_parser->timestamp.tv_sec == 103);
     report(m, m.perf_parser, 12, "");
