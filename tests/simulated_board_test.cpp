@@ -3,16 +3,13 @@
 #include "child_process.h"
 #include "client.h"
 #include "log_capture.h"
-#include "nnu_ratio_manager.h"
 #include "peri_stat_manager.h"
 #include "running_server.h"
-#include "scripted_server.h"
 #include "vio_info_manager.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <tuple>
 
 using monsrv::board_figures;
@@ -130,25 +127,6 @@ TEST(simulated_board, texts_decode_to_its_figures) {
     }
 }
 
-TEST(simulated_board, answers_every_query_that_a_host_without_one_refuses) {
-    using manager = vio_info_manager;
-    for (const auto& [simulated, code] : {std::pair(true, 0), {false, -ENODEV}}) {
-        const running_server server(monsrv::server_options{"/", simulated, 1});
-        nnu_ratio_manager nnu;
-        manager vio;
-        nnu.client = vio.client = server.connect();
-        cout_capture reports;
-        for (auto query : {&nnu_ratio_manager::get_nnu0_ratio, &nnu_ratio_manager::get_nnu1_ratio})
-            EXPECT_EQ((nnu.*query)(nullptr), code);
-        for (auto query : {&manager::get_isp_info, &manager::get_isp_fps, &manager::get_cim_fps,
-                           &manager::get_pym_fps, &manager::get_gdc_fps, &manager::get_pym_stat,
-                           &manager::get_vio_delay})
-            EXPECT_EQ((vio.*query)(), code);
-        std::ostringstream table;
-        EXPECT_EQ(vio.sort_all_vio_fps(&table), simulated ? 8 : 0);
-    }
-}
-
 TEST(simulated_board, isp_information_arrives_whole) {
     const running_server server(monsrv::server_options{"/", true, 5});
     vio_info_manager vio;
@@ -207,25 +185,4 @@ TEST(video_commands, show_each_record_once) {
         EXPECT_EQ(without.out, "");
         EXPECT_NE(without.err.find("No such device"), std::string::npos);
     }
-}
-
-TEST(video_commands, say_what_went_wrong) {
-    // A count line that no decoder reads, and silence in the middle of the frame-rate table.
-    scripted_server server;
-    server.answer([](int, int sub, const std::string&) {
-        const bool counts = sub >= 11;
-        const std::string text =
-            counts ? "=\nmode: 1 w: 2 h: 3\n, a b c 4\nd e f 5\n" : "cim0 a 1 b c d 30 e f g 30\n";
-        return sub == 4 ? answer_packets{} : answer_packets{packet(sub, text)};
-    });
-    const std::string endpoint = "127.0.0.1:" + std::to_string(server.port());
-    child_process pym({MONCL_PROGRAM, "--connect", endpoint, "pym"});
-    EXPECT_EQ(pym.wait(), 0);
-    EXPECT_EQ(std::count(pym.out.begin(), pym.out.end(), '\n'), 1) << pym.out;
-    EXPECT_NE(pym.err.find("cannot read all of an answer: parse_pym_stat failed!"),
-              std::string::npos);
-    child_process fps({MONCL_PROGRAM, "--connect", endpoint, "fps"});
-    EXPECT_EQ(fps.wait(), 1);
-    EXPECT_EQ(fps.out, "");
-    EXPECT_NE(fps.err.find("no answer from 127.0.0.1:"), std::string::npos) << fps.err;
 }
