@@ -99,7 +99,10 @@ public:
     }
     void next_text(int sub_command, const std::string& text) { next({packet(sub_command, text)}); }
     /// Answers what has no queued answer; to be set before the first request.
-    void answer(script how) { script_ = std::move(how); }
+    void answer(script how) {
+        std::lock_guard<std::mutex> guard(lock_);
+        script_ = std::move(how);
+    }
     /// All requests since the last call, or all but the handshake.
     std::vector<std::string> take_requests(bool handshake = false) {
         std::lock_guard<std::mutex> guard(lock_);
