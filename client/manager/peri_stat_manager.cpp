@@ -1,6 +1,7 @@
 // Memory and peripheral queries and their reports.
 #include "peri_stat_manager.h"
 
+#include <algorithm>
 #include <cstring>
 #include <iomanip>
 
@@ -203,7 +204,7 @@ int peri_stat_manager::get_partition_info(std::vector<const char*>& parts, std::
         const std::size_t length = std::strlen(name);
         if (length > payload_end || used + length + 1 > payload_end)
             break;
-        std::memcpy(payload + used, name, length);
+        std::copy_n(name, length, payload + used);
         payload[used + length] = ' ';
         used += length + 1;
     }
