@@ -212,7 +212,6 @@ int client_comm::recv_more_msg(unsigned char* buf, int len) {
         last = more == 0;
         if (last && stop_at_last)
             return 0;
-        std::memset(recv_data->msg, 0, answer_payload_max);
         if (receive_frame() < 0 || !checksum_matches())
             return -1;
     }

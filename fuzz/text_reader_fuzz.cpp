@@ -15,6 +15,16 @@ void read_number(text_reader& reader, std::istream& stream) {
     fuzz::expect(mine == theirs, "number");
 }
 
+void read_columns(text_reader& reader, std::istream& stream, std::size_t count) {
+    std::uint64_t mine[16];
+    const std::size_t n = reader.columns(mine, count);
+    for (std::size_t i = 0; i < n; ++i) {
+        std::uint64_t theirs = 7;
+        stream >> theirs;
+        fuzz::expect(mine[i] == theirs, "column");
+    }
+}
+
 void read_text(text_reader& reader, std::istream& stream, int kind) {
     std::string_view mine = "before";
     std::string theirs = "before";
@@ -50,6 +60,8 @@ void read_one(text_reader& reader, std::istream& stream, unsigned char what) {
         stream >> theirs;
         return fuzz::expect(mine == theirs, "character");
     case 7:
+        if (what >= 128)
+            return read_columns(reader, stream, what % 16);
         reader.skip_blanks();
         stream >> std::ws;
         return;

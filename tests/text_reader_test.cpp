@@ -13,7 +13,9 @@ const std::string pieces =
     "4294967295|4294967296|-0|012|-2147483648|-2147483649|9223372036854775807|9223372036854775808|"
     "-9223372036854775808|-9223372036854775809|18446744073709551615|18446744073709551616|"
     "-18446744073709551615|-18446744073709551616|99999999999999999999999|-4294967296|"
-    "00000000000000000000000000012";
+    "00000000000000000000000000012|          0|   12345678|  123456789|       1 23|7 4       0|    "
+    "   \t123|"
+    "      -1234|      \xb1 123";
 
 std::string random_line(std::mt19937& random) {
     std::string line;
@@ -32,6 +34,16 @@ void number(text_reader& reader, std::istream& stream, unsigned start) {
     reader.number(mine);
     stream >> theirs;
     ASSERT_EQ(mine, theirs);
+}
+
+void columns(text_reader& reader, std::istream& stream, unsigned start) {
+    std::uint64_t mine[4];
+    const std::size_t n = reader.columns(mine, start % 5);
+    for (std::size_t i = 0; i < n; ++i) {
+        std::uint64_t theirs = start;
+        stream >> theirs;
+        ASSERT_EQ(mine[i], theirs);
+    }
 }
 
 template<bool line>
@@ -64,8 +76,8 @@ void skip(text_reader& reader, std::istream& stream, unsigned start) {
 
 template<class... Int>
 void one_of(text_reader& reader, std::istream& stream, unsigned start) {
-    void (*const steps[])(text_reader&, std::istream&, unsigned) = {number<Int>..., text<true>,
-                                                                    text<false>, character, skip};
+    void (*const steps[])(text_reader&, std::istream&, unsigned) = {
+        number<Int>..., columns, text<true>, text<false>, character, skip};
     steps[start % std::size(steps)](reader, stream, start / 16);
 }
 } // namespace

@@ -31,11 +31,11 @@ std::string read_rest(text_reader& fields) {
 // Once a count is missing the reads fail, and all that follow stay 0.
 std::vector<std::uint64_t> read_counts(text_reader& fields, std::size_t cpus) {
     std::vector<std::uint64_t> counts(cpus);
-    text_reader reader = fields; // a copy of its own stays in registers
-    for (std::uint64_t& count : counts)
-        if (!reader.number(count))
+    for (std::size_t i = 0; i < cpus; ++i) {
+        i += fields.columns(&counts[i], cpus - i);
+        if (i == cpus || !fields.number(counts[i]))
             break;
-    fields = reader;
+    }
     return counts;
 }
 
@@ -103,21 +103,21 @@ public:
     // The bulk of a table, hence straight into the buffer where a count fits its field.
     void add_counts(const std::vector<std::uint64_t>& counts) {
         constexpr std::uint64_t too_wide = 100000000000; // twelve digits
+        constexpr std::size_t room = 16;                 // a field and what is written behind it
+        char* field = buffer_ + used_;                   // a copy of its own stays in a register
         for (std::uint64_t count : counts) {
-            if (left_ || count >= too_wide) {
+            if (left_ || count >= too_wide || field + room > buffer_ + sizeof buffer_) {
+                used_ = field - buffer_;
                 add(count, count_width);
+                field = buffer_ + used_;
                 continue;
             }
-            if (sizeof buffer_ - static_cast<std::size_t>(used_) < 16)
-                flush();
-            char* const field = buffer_ + used_;
-            std::memset(field, ' ', 16);
-            char* digit = field + count_width;
-            do
+            std::memcpy(field, "          0     ", room);
+            field += count_width;
+            for (char* digit = field; count != 0; count /= 10)
                 *--digit = static_cast<char>('0' + count % 10);
-            while ((count /= 10) != 0);
-            used_ += count_width;
         }
+        used_ = field - buffer_;
     }
 
 private:

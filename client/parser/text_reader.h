@@ -130,6 +130,39 @@ public:
         return take_any_number(value);
     }
 
+    /// Reads as many of the next @p count numbers as stand right-aligned in columns of eleven
+    /// characters, the way the kernel prints its tables of counts, with up to seven digits. Stops,
+    /// without a failure, at what has to be read one by one.
+    /// @return how many were stored in @p values
+    std::size_t columns(std::uint64_t* values, std::size_t count) {
+        constexpr std::ptrdiff_t width = 11;
+        const std::uint64_t blanks = all_bytes(' ');
+        if (state_ != 0)
+            return 0;
+        const char* at = at_; // a copy of its own stays in registers
+        std::size_t n = 0;
+        for (; n < count && end_ - at > width && digit(at[width]) >= 10; ++n, at += width) {
+            const std::uint64_t text = load_8(at + width - 8);
+            const std::uint64_t before = (load_8(at) ^ blanks) << 40; // three characters
+            const std::uint64_t digits = text ^ all_bytes('0');
+            // Most interrupts never happen on most CPUs.
+            if ((before | (digits ^ (all_bytes(' ' ^ '0') >> 8))) == 0) {
+                values[n] = 0;
+                continue;
+            }
+            const std::uint64_t others = no_digits(digits);
+            if (others == 0 || static_cast<std::int64_t>(others) < 0)
+                break;
+            // Leading bytes that are blanks make none behind them look wrong.
+            const std::uint64_t leading = ~std::uint64_t{0} >> __builtin_clzll(others);
+            if ((before | ((text ^ blanks) & leading)) != 0)
+                break;
+            values[n] = sum_of_8(digits & ~leading);
+        }
+        at_ = at;
+        return n;
+    }
+
     /// Skips blanks; not a failure at the end of the text.
     void skip_blanks() {
         if (!ready())
@@ -150,20 +183,29 @@ private:
     unsigned leading_digits(const char* at, std::uint32_t& sum) const {
         if (readable_ - at <= 8)
             return 0;
-        constexpr std::uint64_t low = 0x0101010101010101;
-        std::uint64_t text = load_8(at) ^ (low * '0');
-        // The high bit of each byte that is no digit; bytes behind the first such may be wrong.
-        const std::uint64_t others = ((text + low * 0x76) | text) & (low * 0x80);
+        const std::uint64_t text = load_8(at) ^ all_bytes('0');
+        const std::uint64_t others = no_digits(text);
         const unsigned digits = others == 0 ? 8 : first_byte(others);
         if (digits == 0)
             return 0;
-        text <<= 64 - 8 * digits; // leading zeros
-        text = text * 10 + (text >> 8);
-        sum =
-            static_cast<std::uint32_t>(((text & 0x000000FF000000FF) * 0x000F424000000064 +
-                                        ((text >> 16) & 0x000000FF000000FF) * 0x0000271000000001) >>
-                                       32);
+        sum = sum_of_8(text << (64 - 8 * digits)); // leading zeros
         return digits;
+    }
+
+    static constexpr std::uint64_t all_bytes(unsigned char byte) {
+        return ~std::uint64_t{0} / 255 * byte;
+    }
+    // The high bit of each byte above 9; bytes behind the first one above 137 may be wrong.
+    static std::uint64_t no_digits(std::uint64_t bytes) {
+        return ((bytes + all_bytes(0x76)) | bytes) & all_bytes(0x80);
+    }
+    // The number that eight bytes of 0 to 9 make, the lowest byte its highest digit.
+    static std::uint32_t sum_of_8(std::uint64_t digits) {
+        digits = digits * 10 + (digits >> 8);
+        return static_cast<std::uint32_t>(
+            ((digits & 0x000000FF000000FF) * 0x000F424000000064 +
+             ((digits >> 16) & 0x000000FF000000FF) * 0x0000271000000001) >>
+            32);
     }
 
     template<class Int>
@@ -250,9 +292,8 @@ private:
         if (pass_one_blank())
             return;
         // Columns are mostly blanks: as long as there are eight characters, eight at once.
-        constexpr std::uint64_t blanks = 0x2020202020202020;
         while (readable_ - at_ >= 8) {
-            if (const std::uint64_t others = load_8(at_) ^ blanks; others != 0) {
+            if (const std::uint64_t others = load_8(at_) ^ all_bytes(' '); others != 0) {
                 at_ += first_byte(others);
                 break;
             }
