@@ -13,7 +13,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <filesystem>
 #include <unistd.h>
 #include <zmq.h>
 
@@ -222,20 +221,6 @@ TEST_P(fault, of_the_server_lasts_no_longer_than_the_server_is_away) {
     const auto start = clock_type::now();
     one_ = {};
     EXPECT_LT(clock_type::now() - start, in_time);
-}
-
-TEST(recovery, leaves_open_what_the_front_end_does_not_close) {
-    const auto descriptors = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-    };
-    scripted_server server;
-    auto connection = server.connect();
-    const auto one = descriptors();
-    EXPECT_EQ(connection->connect_to_server(), 0);
-    const auto two = descriptors();
-    EXPECT_GT(two, one);
-    connection = nullptr;
-    EXPECT_GE(descriptors(), two);
 }
 
 INSTANTIATE_TEST_SUITE_P(managers, fault, testing::Range<std::size_t>(0, std::size(subjects)),

@@ -1,8 +1,6 @@
 // The request cycle, with a manager and a parser of the test's own.
 #include "manager_support.h"
 
-#include <future>
-
 namespace {
 struct word_parser {
     std::string word = "nothing";
@@ -57,20 +55,4 @@ TEST(request_handler, sends_receives_decodes_and_reports) {
         EXPECT_NE(with.log.take().find("6 OWN: " + logged + "\n"), std::string::npos) << logged;
     }
     EXPECT_EQ(out.str() + parser->word, "word: helloagain");
-}
-
-TEST(request_handler, keeps_the_cycles_of_several_threads_apart) {
-    served<own_manager> with;
-    with.server.answer([](int, int sub, const std::string&) {
-        return answer_packets{packet(sub, std::to_string(sub))};
-    });
-    std::vector<std::future<void>> threads;
-    for (int t = 1; t <= 4; ++t)
-        threads.push_back(std::async(std::launch::async, [&with, t] {
-            auto parser = std::make_shared<word_parser>();
-            for (int i = 0; i < 100; ++i) {
-                ASSERT_EQ(with.m.get_sys_info(t, parser, nullptr), 0);
-                ASSERT_EQ(parser->word, std::to_string(t));
-            }
-        }));
 }

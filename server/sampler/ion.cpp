@@ -21,7 +21,7 @@ bool find_total(const std::string& text, std::uint64_t& total) {
 }
 
 int sample(const host& env, reply& answer) {
-    const std::string folder = "/sys/kernel/debug/ion/heaps";
+    const std::string folder = "/sys/kernel/debug/ion/heaps/";
     std::error_code error;
     std::error_code ignored;
     std::vector<std::string> names;
@@ -42,7 +42,7 @@ int sample(const host& env, reply& answer) {
     for (const std::string& name : names) {
         std::string text;
         ion_info heap{};
-        if (env.read(folder + "/" + name, text) < 0 || !find_total(text, heap.used))
+        if (env.read(folder + name, text) < 0 || !find_total(text, heap.used))
             continue;
         name.copy(heap.ion_name, sizeof heap.ion_name - 1);
         heaps.push_back(heap);

@@ -30,6 +30,7 @@ struct sensor_kind {
 
     std::vector<std::string> files() const {
         std::vector<std::string> all;
+        all.reserve(static_cast<std::size_t>(count));
         for (int i = 0; i < count; ++i)
             all.push_back(file(i));
         return all;
