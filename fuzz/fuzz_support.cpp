@@ -1,27 +1,13 @@
-// What the fuzz targets share, and what keeps them quiet: decoders print, and log what they refuse.
+// What the fuzz targets share.
 #include "fuzz_support.h"
 
-#include "platform_log.h"
-
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
 #include <sstream>
-#include <streambuf>
 #include <zmq.h>
 
 namespace fuzz {
-
-namespace {
-class dropping_buffer : public std::streambuf {
-    int_type overflow(int_type c) override { return traits_type::not_eof(c); }
-    std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
-};
-
-dropping_buffer dropped;
-} // namespace
 
 std::uint8_t input::byte() {
     const std::string_view one = bytes(1);
@@ -58,12 +44,6 @@ void last_number(const std::string& text, std::uint64_t& number) {
         std::istringstream(line) >> number;
 }
 
-std::ostream& report() {
-    static std::unique_ptr<std::ostream> stream;
-    stream = std::make_unique<std::ostream>(&dropped);
-    return *stream;
-}
-
 int receive(void* socket, void* buffer, std::size_t size) {
     int n = -1;
     do
@@ -80,27 +60,3 @@ int bound_port(void* socket) {
 }
 
 } // namespace fuzz
-
-extern "C" {
-int LLVMFuzzerInitialize(int*, char***);
-const char* __lsan_default_suppressions();
-
-int LLVMFuzzerInitialize(int*, char***) {
-    std::cout.rdbuf(&fuzz::dropped);
-    return 0;
-}
-
-// ZeroMQ's threads outlive main.
-const char* __lsan_default_suppressions() {
-    return "leak:libzmq\n";
-}
-
-int __android_log_print(int, const char*, const char* format, ...) {
-    char line[1024];
-    std::va_list args;
-    va_start(args, format);
-    const int n = std::vsnprintf(line, sizeof line, format, args);
-    va_end(args);
-    return n;
-}
-}

@@ -79,8 +79,8 @@ inline std::string sent(scripted_server& server, int result) {
         if (payload == std::string(4, '\0'))
             continue;
         out << '=';
-        for (unsigned char byte : payload)
-            out << std::setw(2) << +byte;
+        for (const char byte : payload)
+            out << std::setw(2) << +static_cast<unsigned char>(byte);
     }
     const std::string text = out.str();
     return result != 0 ? std::to_string(result) + text : text.substr(text.empty() ? 0 : 1);
