@@ -100,7 +100,7 @@ TEST_F(client_comm_test, judges_answers) {
         {"one byte less", packet(1, full, 8191), 8240, full.substr(1), ""},
         {"msg_len that announces parts", packet(1, text, 8193), 8240, text, ""},
         {"longer than a frame", packet(1, text) + full.substr(0, 760), 9000, text, ""},
-        {"checksum", packet(1, text, 4, 0x80000001), -4, "", crc + "-2147483647\n"},
+        {"checksum", packet(1, text, 4, 0x80000000), -4, "", crc + "-2147483648\n"},
         {"server error", error_packet(1, -5), -5, "", "Handle request return -5\n"},
         {"error like a time-out", error_packet(1, -3), -3, "", "Handle request return -3\n"},
         {"runt", packet(1, "").substr(0, 43), -1, "", "zmq_recv error, frame of 43" + shorter}};

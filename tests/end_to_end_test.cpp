@@ -5,6 +5,7 @@
 #include "manager_support.h"
 #include "mon_cpu.h"
 #include "process_files.h"
+#include "tcp_sockets.h"
 
 #include <cmath>
 #include <limits>
@@ -130,6 +131,11 @@ TEST(end_to_end, recovers_when_the_server_is_back_and_fails_when_it_stays_away) 
     for (int i = 0; i < 100 && counted() < before + sent; ++i)
         net.read_until("Kbytes/s\n");
     EXPECT_EQ(counted(), before + sent);
+    std::vector<monsrv::tcp_socket> sockets; // each end by itself; a SYN counts as a byte
+    monsrv::list_tcp_sockets(std::chrono::steady_clock::now() + std::chrono::seconds(5), sockets);
+    EXPECT_EQ(std::count_if(sockets.begin(), sockets.end(),
+                            [](const auto& socket) { return socket.bytes / 2 == 25000; }),
+              sent / 50000);
     child_process second({MONSRV_PROGRAM, "--port", std::to_string(port)});
     EXPECT_EQ(second.wait(), 1);
     EXPECT_NE(second.err.find("Address already in use"), std::string::npos);
