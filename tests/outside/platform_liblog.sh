@@ -5,7 +5,7 @@
 set -eu
 mkdir -p "$2"
 cd "$2"
-cmake -S "$1" -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DMONCL_PLATFORM_LOG=liblog -DBUILD_SHARED_LIBS=ON \
+cmake -S "$1" -B build -G Ninja -DMONCL_PLATFORM_LOG=liblog -DBUILD_SHARED_LIBS=ON \
     -DMONCL_BUILD_PROGRAMS=OFF -DMONCL_BUILD_TESTS=OFF >/dev/null
 cmake --build build >/dev/null
 cat >program.cpp <<'EOF'
