@@ -47,7 +47,14 @@ TEST(interrupts, are_printed_from_their_records) {
          "CPU0\n  0:  7 gic 1 Edge t\n 11: 1 gic 2 Edge a => " + one + "             7\n" + eleven,
          "CPU0 CPU1\n 12: x 5 gic\n => " + two + " 12:          0          0               0 \n",
          "CPU0\n 11: 1 gic 2 Edge a\nab1: 1\n => " + failed + one + eleven,
+         "CPU0 CPU1\n 12:          7 5 gic 2 Edge\n => " + two +
+             " 12:          7          5        gic    2 Edge\n",
+         "CPU0\n 11:        001 gic 2 Edge a\n => " + one + eleven,
          "CPU0\n999999999999999999999: 1 gic 2 Edge\n => " + failed + "    \n"});
+    std::cout << std::left;
+    expect_each(printed, {"CPU0\n 11:          1 gic 2 Edge a\n => " + one +
+                          "11 :1          gic        2     Edge a\n"});
+    std::cout << std::right;
     cout_capture output; // a header that asks for more counts than there can be
     interrupt_parser parser;
     std::string wide = std::string(200000, 'C') + repeated("\nIPI", 1000);

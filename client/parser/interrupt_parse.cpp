@@ -7,6 +7,7 @@
 #include <cstring>
 #include <exception>
 #include <iostream>
+#include <utility>
 
 namespace {
 // The largest table: 50 packets.
@@ -28,37 +29,37 @@ std::string read_rest(text_reader& fields) {
     return std::string(rest);
 }
 
-// Once a count is missing the reads fail, and all that follow stay 0.
-std::vector<std::uint64_t> read_counts(text_reader& fields, std::size_t cpus) {
-    std::vector<std::uint64_t> counts(cpus);
-    for (std::size_t i = 0; i < cpus; ++i) {
-        i += fields.columns(&counts[i], cpus - i);
-        if (i == cpus || !fields.number(counts[i]))
-            break;
-    }
+// Reads counts; once one is missing the reads fail, and all that follow stay 0.
+// Returns their text if it is what will be printed for them.
+std::string_view read_counts(text_reader& fields, std::vector<std::uint64_t>& counts) {
+    const std::string_view columns = fields.columns(counts.data(), counts.size());
+    std::size_t i = columns.size() / text_reader::column_width;
+    const bool all = i == counts.size();
+    while (i < counts.size() && fields.number(counts[i++]))
+        i +=
+            fields.columns(counts.data() + i, counts.size() - i).size() / text_reader::column_width;
+    return all ? columns : std::string_view();
+}
+
+// Each returns the text of the counts, as `read_counts` does.
+std::string_view read_inter_processor(text_reader fields, interrupt& record) {
+    record.IPI_int_num = read_word(fields);
+    const std::string_view counts = read_counts(fields, record.int_cnt);
+    record.IPI_int_describe = read_rest(fields);
     return counts;
 }
 
-std::shared_ptr<interrupt> read_inter_processor(text_reader fields, std::size_t cpus) {
-    auto record = std::make_shared<interrupt>();
-    record->IPI_int_num = read_word(fields);
-    record->int_cnt = read_counts(fields, cpus);
-    record->IPI_int_describe = read_rest(fields);
-    return record;
-}
-
-std::shared_ptr<interrupt> read_numbered(text_reader fields, std::size_t cpus) {
-    auto record = std::make_shared<interrupt>();
+std::string_view read_numbered(text_reader fields, interrupt& record) {
     std::string_view number;
     fields.word(number);
     number.remove_suffix(1); // the colon
-    record->logic_int_num = leading_number<unsigned long>(number, "stoul");
-    record->int_cnt = read_counts(fields, cpus);
-    record->int_dev = read_word(fields);
-    fields.number(record->hardware_int_num);
-    record->trigger_mode = read_word(fields);
-    record->int_name = read_rest(fields);
-    return record;
+    record.logic_int_num = leading_number<unsigned long>(number, "stoul");
+    const std::string_view counts = read_counts(fields, record.int_cnt);
+    record.int_dev = read_word(fields);
+    fields.number(record.hardware_int_num);
+    record.trigger_mode = read_word(fields);
+    record.int_name = read_rest(fields);
+    return counts;
 }
 
 std::shared_ptr<interrupt> read_error(text_reader fields) {
@@ -100,28 +101,15 @@ public:
         put({start, static_cast<std::size_t>(end - start)});
     }
 
-    // The bulk of a table, hence straight into the buffer where a count fits its field.
-    void add_counts(const std::vector<std::uint64_t>& counts) {
-        constexpr std::uint64_t too_wide = 100000000000; // twelve digits
-        constexpr std::size_t room = 16;                 // a field and what is written behind it
-        char* field = buffer_ + used_;                   // a copy of its own stays in a register
-        for (std::uint64_t count : counts) {
-            if (left_ || count >= too_wide || field + room > buffer_ + sizeof buffer_) {
-                used_ = field - buffer_;
-                add(count, count_width);
-                field = buffer_ + used_;
-                continue;
-            }
-            std::memcpy(field, "          0     ", room);
-            field += count_width;
-            for (char* digit = field; count != 0; count /= 10)
-                *--digit = static_cast<char>('0' + count % 10);
-        }
-        used_ = field - buffer_;
+    // The bulk of a table, hence in one piece where it stood in the text as it is to be printed.
+    void add_counts(const std::vector<std::uint64_t>& counts, std::string_view text) {
+        if (!left_ && !text.empty())
+            return put(text);
+        for (std::uint64_t count : counts)
+            add(count, text_reader::column_width);
     }
 
 private:
-    static constexpr int count_width = 11;
     static constexpr std::string_view field_blanks = "           ";
 
     void flush() {
@@ -150,16 +138,20 @@ private:
 unsigned int interrupt_parser::parse_interrupt(unsigned char* msg) {
     interrupts = std::make_unique<std::vector<std::shared_ptr<interrupt>>>();
     const char* text = reinterpret_cast<const char*>(msg);
-    const int result = take_table({text, strnlen(text, table_max)});
-    show_table();
+    std::vector<std::string_view> counts;
+    const int result = take_table({text, strnlen(text, table_max)}, counts);
+    show_table(counts);
     return static_cast<unsigned int>(result);
 }
 
 int interrupt_parser::parse_int(const std::string& text) {
-    return take_table(text);
+    std::vector<std::string_view> counts;
+    return take_table(text, counts);
 }
 
-int interrupt_parser::take_table(std::string_view text) {
+// `counts_text` gets the text of each record's counts, empty where it is not what will be printed.
+int interrupt_parser::take_table(std::string_view text,
+                                 std::vector<std::string_view>& counts_text) {
     try {
         text_reader lines(text);
         std::string_view line;
@@ -173,10 +165,13 @@ int interrupt_parser::take_table(std::string_view text) {
                 counts += cpus;
                 if (counts > table_max)
                     throw std::length_error("too many counts");
-                const text_reader fields = lines.fields_of(line);
-                interrupts->push_back(inter_processor ? read_inter_processor(fields, cpus)
-                                                      : read_numbered(fields, cpus));
+                auto record = std::make_shared<interrupt>();
+                record->int_cnt.resize(cpus);
+                const auto read = inter_processor ? read_inter_processor : read_numbered;
+                counts_text.push_back(read(lines.fields_of(line), *record));
+                interrupts->push_back(std::move(record));
             } else if (line.substr(0, 3) == "Err") {
+                counts_text.emplace_back();
                 interrupts->push_back(read_error(lines.fields_of(line)));
             }
         }
@@ -187,7 +182,7 @@ int interrupt_parser::take_table(std::string_view text) {
     }
 }
 
-void interrupt_parser::show_table() const {
+void interrupt_parser::show_table(const std::vector<std::string_view>& counts_text) const {
     column_writer table(std::cout, (std::cout.flags() & std::ios::adjustfield) == std::ios::left);
     table.add("    ");
     const std::size_t cpus = interrupts->empty() ? 0 : interrupts->front()->int_cnt.size();
@@ -197,11 +192,12 @@ void interrupt_parser::show_table() const {
         table.add(std::to_string(i));
     }
     table.add("\n");
-    for (const auto& record : *interrupts) {
+    for (std::size_t i = 0; i < interrupts->size(); ++i) {
+        const auto& record = (*interrupts)[i];
         if (record->IPI_int_num.empty() && record->logic_int_num != 0) {
             table.add(record->logic_int_num, 3);
             table.add(":");
-            table.add_counts(record->int_cnt);
+            table.add_counts(record->int_cnt, counts_text[i]);
             table.add(record->int_dev, 11);
             table.add(record->hardware_int_num, 5);
             table.add(" ");
@@ -212,7 +208,7 @@ void interrupt_parser::show_table() const {
             table.add(record->err_cnt, 11);
         } else {
             table.add(record->IPI_int_num, 3);
-            table.add_counts(record->int_cnt);
+            table.add_counts(record->int_cnt, counts_text[i]);
             table.add(record->IPI_int_describe);
         }
         table.add("\n");

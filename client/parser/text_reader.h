@@ -130,38 +130,45 @@ public:
         return take_any_number(value);
     }
 
-    /// Reads as many of the next @p count numbers as stand right-aligned in columns of eleven
-    /// characters, the way the kernel prints its tables of counts, with up to seven digits. Stops,
-    /// without a failure, at what has to be read one by one.
-    /// @return how many were stored in @p values
-    std::size_t columns(std::uint64_t* values, std::size_t count) {
-        constexpr std::ptrdiff_t width = 11;
+    /// Reads as many of the next @p count numbers as stand in columns the way the kernel prints its
+    /// tables of counts: right-aligned in eleven characters, of up to eight digits and without a
+    /// leading zero. Stops, without a failure, at what has to be read one by one.
+    /// @param values receives them
+    /// @return the text of those columns
+    std::string_view columns(std::uint64_t* values, std::size_t count) {
+        constexpr std::ptrdiff_t width = column_width;
         const std::uint64_t blanks = all_bytes(' ');
         if (state_ != 0)
-            return 0;
+            return {};
+        const char* const start = at_;
         const char* at = at_; // a copy of its own stays in registers
-        std::size_t n = 0;
-        for (; n < count && end_ - at > width && digit(at[width]) >= 10; ++n, at += width) {
+        for (; count > 0 && end_ - at > width && digit(at[width]) >= 10; --count, at += width) {
             const std::uint64_t text = load_8(at + width - 8);
             const std::uint64_t before = (load_8(at) ^ blanks) << 40; // three characters
             const std::uint64_t digits = text ^ all_bytes('0');
             // Most interrupts never happen on most CPUs.
             if ((before | (digits ^ (all_bytes(' ' ^ '0') >> 8))) == 0) {
-                values[n] = 0;
+                *values++ = 0;
                 continue;
             }
             const std::uint64_t others = no_digits(digits);
-            if (others == 0 || static_cast<std::int64_t>(others) < 0)
+            if (static_cast<std::int64_t>(others) < 0)
                 break;
             // Leading bytes that are blanks make none behind them look wrong.
-            const std::uint64_t leading = ~std::uint64_t{0} >> __builtin_clzll(others);
-            if ((before | ((text ^ blanks) & leading)) != 0)
+            const std::uint64_t leading =
+                others == 0 ? 0 : ~std::uint64_t{0} >> __builtin_clzll(others);
+            const std::uint64_t number = digits & ~leading;
+            const bool leading_zero = (number & ((leading << 8 | 0xFF) ^ leading)) == 0;
+            if ((before | ((text ^ blanks) & leading)) != 0 || leading_zero)
                 break;
-            values[n] = sum_of_8(digits & ~leading);
+            *values++ = sum_of_8(number);
         }
         at_ = at;
-        return n;
+        return std::string_view(start, static_cast<std::size_t>(at - start));
     }
+
+    /// Characters of a column that `columns` reads.
+    static constexpr std::size_t column_width = 11;
 
     /// Skips blanks; not a failure at the end of the text.
     void skip_blanks() {
