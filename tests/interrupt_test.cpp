@@ -67,17 +67,19 @@ TEST(interrupts, arrive_in_parts) {
     answer_packets parts;
     for (std::size_t at = 0; at < table.size(); at += 8192)
         parts.push_back(packet(9, table.substr(at, 8192)));
+    const std::string before = repeated("\nIPI", 50 * 2048);
     const std::string full = packet(9, std::string(8192, 'x'));
     const std::tuple<answer_packets, bool, int, std::string> cases[] = {
         {parts, true, 0, table},
         {{packet(9, ""), packet(9, "")}, true, 0, ""},
+        {answer_packets(49, full), true, 0, "    \n"},
         {answer_packets(50, full), true, 0, "    \n"},
         {answer_packets(51, full), true, -1, ""},
         {parts, false, -1, ""}};
     for (const auto& [answer, whole, result, printed] : cases) {
         served<cpu_stat_manager> with(whole);
         with.m.joined_len = 50 * 8192; // of an answer before: must not show
-        with.m.joined_parts.assign(50 * 8192, 'x');
+        with.m.joined_parts.assign(before.begin(), before.end());
         with.server.next(answer);
         EXPECT_EQ(with.m.get_interrupt(&std::cerr), result);
         EXPECT_EQ(with.printed.take(), printed);
