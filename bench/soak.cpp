@@ -177,14 +177,16 @@ public:
         std::vector<unsigned char> granted;
         const unsigned char none[4] = {};
         do {
-            if (connection.send_msg_to_server(client_id_command, 1, none, sizeof none) < 0 ||
+            if (connection.send_msg_to_server(client_id_command, client_id_request::ask, none,
+                                              sizeof none) < 0 ||
                 connection.recv_msg_from_server() < 0)
                 return -1;
             granted.push_back(connection.get_recv_data()->msg[0]);
         } while (granted.back() != 0);
         granted.pop_back();
         for (unsigned char id : granted)
-            if (connection.send_msg_to_server(client_id_command, 2, &id, 1) < 0 ||
+            if (connection.send_msg_to_server(client_id_command, client_id_request::give_back, &id,
+                                              1) < 0 ||
                 connection.recv_msg_from_server() < 0)
                 return -1;
         return static_cast<int>(granted.size());

@@ -75,7 +75,7 @@ int client_comm::req_client_id() {
     if (client_id != 0)
         return 0;
     const unsigned char none[4] = {};
-    int r = send_msg_to_server(client_id_command, 1, none, sizeof none);
+    int r = send_msg_to_server(client_id_command, client_id_request::ask, none, sizeof none);
     if (r < 0) {
         log_error("Send request id failed %d\n", r);
         return r;
@@ -97,7 +97,7 @@ int client_comm::back_client_id() {
         return 0;
     __android_log_print(ANDROID_LOG_INFO, tag, "Client back id %d\n", client_id);
     const unsigned char id = client_id;
-    int r = send_msg_to_server(client_id_command, 2, &id, 1);
+    int r = send_msg_to_server(client_id_command, client_id_request::give_back, &id, 1);
     if (r < 0) {
         log_error("Send back id failed %d\n", r);
         return r;

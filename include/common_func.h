@@ -4,6 +4,7 @@
 #define MONCL_COMMON_FUNC_H
 
 #include "moncl_export.h"
+#include "request_numbers.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -56,8 +57,6 @@ inline constexpr int answer_payload_max = 8192;
 inline constexpr int answer_frame_size = sizeof(data_struct) + answer_payload_max;
 /// Most packets of one answer.
 inline constexpr int answer_parts_max = 50;
-/// `command` of the client-id handshake: `sub_command` 1 asks for an id, 2 gives it back.
-inline constexpr int client_id_command = 0xEAEA;
 
 static_assert(sizeof(data_struct) == 48 && alignof(data_struct) == 8);
 static_assert(offsetof(data_struct, sub_command) == 4 && offsetof(data_struct, msg_len) == 8);

@@ -135,13 +135,13 @@ void monitor_server::answer(const unsigned char* frame, std::size_t size) {
 int monitor_server::dispatch(const data_struct& header, const unsigned char* payload,
                              reply& answer) {
     const auto size = static_cast<std::size_t>(header.msg_len);
-    if (header.command == client_id_command && header.sub_command == 1) {
+    if (header.command == client_id_command && header.sub_command == client_id_request::ask) {
         const std::uint8_t id = ids_.grant();
         if (id != 0)
             samplers_.client_gone(id); // nothing of an earlier holder may show through
         return answer.add_record(id) ? 0 : -EIO;
     }
-    if (header.command == client_id_command && header.sub_command == 2) {
+    if (header.command == client_id_command && header.sub_command == client_id_request::give_back) {
         if (size < 1 || !ids_.give_back(payload[0]))
             return -EINVAL;
         samplers_.client_gone(payload[0]);

@@ -53,6 +53,13 @@ const handler* sampler_table::find(int command, int sub_command) const {
     return found == handlers_.end() ? nullptr : &found->second;
 }
 
+std::vector<std::pair<int, int>> sampler_table::requests() const {
+    std::vector<std::pair<int, int>> all;
+    for (const auto& each : handlers_)
+        all.push_back(each.first);
+    return all;
+}
+
 void sampler_table::client_gone(std::uint8_t client_id) const {
     for (const auto& forget : forgetters_)
         forget(client_id);

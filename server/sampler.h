@@ -10,6 +10,7 @@
 #define MONSRV_SAMPLER_H
 
 #include "host.h"
+#include "request_numbers.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -82,6 +83,8 @@ public:
 
     /// The handler of a request; null if there is none.
     const handler* find(int command, int sub_command) const;
+    /// Command and sub-command of every request that has a handler, in ascending order.
+    std::vector<std::pair<int, int>> requests() const;
     /// Tells every sampler that a client is gone.
     void client_gone(std::uint8_t client_id) const;
 

@@ -1,6 +1,8 @@
 // CPU and process queries and their reports.
 #include "cpu_stat_manager.h"
 
+#include "request_numbers.h"
+
 #include <algorithm>
 #include <iomanip>
 #include <limits>
@@ -119,14 +121,14 @@ template<>
 int request_handler::handle_request(std::shared_ptr<perf_stat_parser> parser) {
     data_struct* answer = client->get_recv_data();
     switch (answer->sub_command) {
-    case 10:
+    case cpu_request::enable_counters:
         parser->enabled = true;
         break;
-    case 11:
+    case cpu_request::read_counters:
         parser->during_ms = static_cast<std::int64_t>(time_diff(parser->timestamp, answer->time));
         parser->parse_perf_stat(answer->msg);
         break;
-    case 12:
+    case cpu_request::disable_counters:
         parser->enabled = false;
         break;
     default:
@@ -175,7 +177,7 @@ cpu_stat_manager::cpu_stat_manager()
       int_parser(std::make_shared<interrupt_parser>()),
       process_parser(std::make_shared<process_all_parser>()),
       perf_parser(std::make_shared<perf_stat_parser>()) {
-    request_cmd = 0xAE02;
+    request_cmd = cpu_command;
     manager = this;
     log_tag = "MONCL_CPU";
 }
@@ -207,7 +209,7 @@ void cpu_stat_manager::add_io_monitor_process(int pid) {
 }
 
 int cpu_stat_manager::get_cpu_usage(std::ostream* os) {
-    return get_sys_info(1, cpu_parser, os);
+    return get_sys_info(cpu_request::usage, cpu_parser, os);
 }
 
 template<class T>
@@ -222,11 +224,11 @@ int cpu_stat_manager::get_each_process(int sub_command,
 }
 
 int cpu_stat_manager::get_process_stat(std::ostream* os) {
-    return get_each_process(3, stat_parser, os);
+    return get_each_process(cpu_request::process_status, stat_parser, os);
 }
 
 int cpu_stat_manager::get_process_io(std::ostream* os) {
-    return get_each_process(4, io_parser, os);
+    return get_each_process(cpu_request::process_io, io_parser, os);
 }
 
 int cpu_stat_manager::get_process_all(int pid, std::ostream* os) {
@@ -236,24 +238,25 @@ int cpu_stat_manager::get_process_all(int pid, std::ostream* os) {
         std::lock_guard<std::mutex> lock(req_lock);
         process_parser->pid = pid;
     }
-    return get_req_info(8, payload, sizeof payload, process_parser, os);
+    return get_req_info(cpu_request::busiest_processes, payload, sizeof payload, process_parser,
+                        os);
 }
 
 int cpu_stat_manager::get_interrupt(std::ostream* os) {
-    return get_sys_info(9, int_parser, os);
+    return get_sys_info(cpu_request::interrupts, int_parser, os);
 }
 
 int cpu_stat_manager::enable_perf_mon() {
-    return get_sys_info(10, perf_parser, nullptr);
+    return get_sys_info(cpu_request::enable_counters, perf_parser, nullptr);
 }
 
 int cpu_stat_manager::get_perf_data(std::ostream* os) {
-    const int r = get_sys_info(11, perf_parser, os);
+    const int r = get_sys_info(cpu_request::read_counters, perf_parser, os);
     return r == 0 ? r : log_failure("get_perf_data failed:%d\n", r);
 }
 
 int cpu_stat_manager::disable_perf_mon() {
-    return get_sys_info(12, perf_parser, nullptr);
+    return get_sys_info(cpu_request::disable_counters, perf_parser, nullptr);
 }
 
 int cpu_stat_manager::cpu_mon_exit() {
@@ -261,5 +264,5 @@ int cpu_stat_manager::cpu_mon_exit() {
     std::uint8_t payload[4];
     u32_to_u8(leaving, payload);
     std::lock_guard<std::mutex> lock(req_lock);
-    return std::min(exchange(8, payload, sizeof payload), 0);
+    return std::min(exchange(cpu_request::busiest_processes, payload, sizeof payload), 0);
 }

@@ -1,6 +1,8 @@
 // Network monitoring and its report.
 #include "net_stat_manager.h"
 
+#include "request_numbers.h"
+
 #include <algorithm>
 #include <iomanip>
 #include <vector>
@@ -9,7 +11,6 @@ using ns_req_template::request_handler;
 
 namespace {
 constexpr const char* connect_failure = "NET connect to server failed";
-constexpr int bandwidth_query = 4;
 
 // Reports and requests go in ascending order, whatever the map's is.
 std::vector<int> sorted_keys(const std::unordered_map<int, net_stat>& entries) {
@@ -25,7 +26,7 @@ std::vector<int> sorted_keys(const std::unordered_map<int, net_stat>& entries) {
 template<>
 int request_handler::handle_request(std::shared_ptr<net_stat_parse> parser) {
     data_struct* answer = client->get_recv_data();
-    if (answer->sub_command != bandwidth_query)
+    if (answer->sub_command != network_request::bandwidth)
         return 0;
     timeval& last_time = static_cast<net_stat_manager*>(manager)->last_time;
     // A time stamp on the full second counts as none.
@@ -53,7 +54,7 @@ void request_handler::show_result(std::shared_ptr<net_stat_parse> parser, std::o
 }
 
 net_stat_manager::net_stat_manager() : parser(std::make_shared<net_stat_parse>()) {
-    request_cmd = 0xAE09;
+    request_cmd = network_command;
     manager = this;
     log_tag = "MONCL_NET";
 }
@@ -81,33 +82,33 @@ void net_stat_manager::change_registered(Change change) {
 }
 
 int net_stat_manager::start_net_monitor() {
-    return get_sys_info(3, parser, nullptr);
+    return get_sys_info(network_request::start, parser, nullptr);
 }
 
 int net_stat_manager::add_net_monitor_process(int pid) {
     std::lock_guard<std::mutex> lock(net_lock);
     change_registered([pid](net_stat_parse& figures) { figures.pid_result.try_emplace(pid); });
-    return send_pid(1, pid);
+    return send_pid(network_request::add_process, pid);
 }
 
 int net_stat_manager::remove_net_monitor_process(int pid) {
     std::lock_guard<std::mutex> lock(net_lock);
     change_registered([pid](net_stat_parse& figures) { figures.pid_result.erase(pid); });
-    return send_pid(2, pid);
+    return send_pid(network_request::remove_process, pid);
 }
 
 int net_stat_manager::get_bandwidth_stat(std::ostream* os) {
     std::lock_guard<std::mutex> lock(net_lock);
-    return get_sys_info(bandwidth_query, parser, os);
+    return get_sys_info(network_request::bandwidth, parser, os);
 }
 
 int net_stat_manager::exit_net_monitor() {
     std::lock_guard<std::mutex> lock(net_lock);
     for (int pid : sorted_keys(parser->pid_result))
-        send_pid(2, pid);
+        send_pid(network_request::remove_process, pid);
     change_registered([](net_stat_parse& figures) {
         figures.pid_result.clear();
         figures.dev_result.clear();
     });
-    return get_sys_info(5, parser, nullptr);
+    return get_sys_info(network_request::exit, parser, nullptr);
 }

@@ -1,6 +1,8 @@
 // Accelerator load queries and their report.
 #include "nnu_ratio_manager.h"
 
+#include "request_numbers.h"
+
 #include <iomanip>
 
 using ns_req_template::request_handler;
@@ -22,7 +24,7 @@ void request_handler::show_result(std::shared_ptr<nnu_ratio_parser> parser, std:
 }
 
 nnu_ratio_manager::nnu_ratio_manager() : nnu_parser(std::make_shared<nnu_ratio_parser>()) {
-    request_cmd = 0xAE03;
+    request_cmd = accelerator_command;
     manager = this;
     log_tag = "MONCL_NNU";
 }
@@ -37,12 +39,12 @@ nnu_ratio_manager::nnu_ratio_manager(const std::string& ip, int port) : nnu_rati
 
 int nnu_ratio_manager::get_nnu0_ratio(std::ostream* os) {
     nnu_parser->name = "nnu0";
-    return get_sys_info(1, nnu_parser, os);
+    return get_sys_info(accelerator_request::load, nnu_parser, os);
 }
 
 int nnu_ratio_manager::get_nnu1_ratio(std::ostream* os) {
     nnu_parser->name = "nnu1";
-    return get_sys_info(2, nnu_parser, os);
+    return get_sys_info(accelerator_request::load + 1, nnu_parser, os);
 }
 
 int nnu_ratio_manager::get_nnu_ratio_all(std::ostream* os) {

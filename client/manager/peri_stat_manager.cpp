@@ -1,6 +1,8 @@
 // Memory and peripheral queries and their reports.
 #include "peri_stat_manager.h"
 
+#include "request_numbers.h"
+
 #include <algorithm>
 #include <cstring>
 #include <iomanip>
@@ -151,7 +153,7 @@ peri_stat_manager::peri_stat_manager()
       block_parser(std::make_shared<block_stat_parser>()),
       part_parser(std::make_shared<partition_parser>()),
       mem_parser(std::make_shared<meminfo_parser>()) {
-    request_cmd = 0xAE06;
+    request_cmd = peripheral_command;
     manager = this;
     log_tag = "MONCL_PERI";
 }
@@ -165,15 +167,15 @@ peri_stat_manager::peri_stat_manager(const std::string& ip, int port) : peri_sta
 }
 
 int peri_stat_manager::get_all_thermal(std::ostream* os) {
-    return get_sys_info(19, all_th_parser, os);
+    return get_sys_info(peripheral_request::all_thermal, all_th_parser, os);
 }
 
 int peri_stat_manager::get_cooling_0(std::ostream* os) {
-    return get_sys_info(1, co_parser, os);
+    return get_sys_info(peripheral_request::cooling, co_parser, os);
 }
 
 int peri_stat_manager::get_cooling_1(std::ostream* os) {
-    return get_sys_info(2, co_parser, os);
+    return get_sys_info(peripheral_request::cooling + 1, co_parser, os);
 }
 
 int peri_stat_manager::get_thermal(int sub_command, std::ostream* os) {
@@ -181,15 +183,15 @@ int peri_stat_manager::get_thermal(int sub_command, std::ostream* os) {
 }
 
 int peri_stat_manager::get_ion_info(std::ostream* os) {
-    return get_sys_info(24, ion_parser, os);
+    return get_sys_info(peripheral_request::ion_heaps, ion_parser, os);
 }
 
 int peri_stat_manager::get_meminfo(std::ostream* os) {
-    return get_sys_info(26, mem_parser, os);
+    return get_sys_info(peripheral_request::memory, mem_parser, os);
 }
 
 int peri_stat_manager::get_block_usage(std::ostream* os) {
-    const int r = get_sys_info(20, block_parser, os);
+    const int r = get_sys_info(peripheral_request::block_devices, block_parser, os);
     if (r == 0)
         block_parser->last_time = client->get_recv_data()->time;
     return r;
@@ -208,5 +210,6 @@ int peri_stat_manager::get_partition_info(std::vector<const char*>& parts, std::
         payload[used + length] = ' ';
         used += length + 1;
     }
-    return get_req_info(25, payload, static_cast<int>(used), part_parser, os);
+    return get_req_info(peripheral_request::partitions, payload, static_cast<int>(used),
+                        part_parser, os);
 }

@@ -1,6 +1,8 @@
 // System information queries.
 #include "sys_info_manager.h"
 
+#include "request_numbers.h"
+
 using ns_req_template::request_handler;
 
 template<>
@@ -42,13 +44,13 @@ sysinfo_manager::sysinfo_manager(const std::string& ip, int port) {
     freq_parser = std::make_shared<cpu_freq_parser>();
     possible_parser = std::make_shared<cpu_possible_parser>();
     ver_parser = std::make_shared<version_parser>();
-    request_cmd = 0xAE01;
+    request_cmd = system_command;
     manager = this;
     log_tag = "MONCL_SYSINFO";
 }
 
 int sysinfo_manager::get_cpu_freq(int cpu) {
-    return get_sys_info(cpu + 1, freq_parser, nullptr);
+    return get_sys_info(system_request::cpu_frequency + cpu, freq_parser, nullptr);
 }
 
 int sysinfo_manager::get_cpu0_freq() {
@@ -84,7 +86,7 @@ int sysinfo_manager::get_cpu7_freq() {
 }
 
 int sysinfo_manager::get_cpu_possible(std::ostream*) {
-    int r = get_sys_info(9, possible_parser, nullptr);
+    int r = get_sys_info(system_request::possible_cpus, possible_parser, nullptr);
     if (r < 0) {
         log_failure("get cpu num failed\n", r);
         return r;
@@ -94,7 +96,7 @@ int sysinfo_manager::get_cpu_possible(std::ostream*) {
 }
 
 int sysinfo_manager::get_version() {
-    return get_sys_info(10, ver_parser, nullptr);
+    return get_sys_info(system_request::version, ver_parser, nullptr);
 }
 
 std::uint64_t sysinfo_manager::last_cpu_freq() const {

@@ -2,6 +2,7 @@
 #include "vio_info_manager.h"
 
 #include "platform_log.h"
+#include "request_numbers.h"
 
 #include <algorithm>
 #include <iomanip>
@@ -56,13 +57,13 @@ int request_handler::handle_request(std::shared_ptr<isp_parser> parser) {
     data_struct* answer = client->get_recv_data();
     int result = 0;
     switch (answer->sub_command) {
-    case 1:
-    case 2:
+    case video_request::isp_information:
+    case video_request::isp_information + 1:
         if (unsigned char* text = whole_text(*this, result))
             parser->parse_isp_info(text);
         return result;
-    case 3:
-    case 4:
+    case video_request::isp_rates:
+    case video_request::isp_rates + 1:
         parser->parse_isp_fps(answer->msg);
         return 0;
     default:
@@ -75,15 +76,15 @@ int request_handler::handle_request(std::shared_ptr<pym_parser> parser) {
     data_struct* answer = client->get_recv_data();
     int result = 0;
     switch (answer->sub_command) {
-    case 11:
-    case 12:
-    case 13:
+    case video_request::pym_statistics:
+    case video_request::pym_statistics + 1:
+    case video_request::pym_statistics + 2:
         if (unsigned char* text = whole_text(*this, result))
             parser->parse_pym_stat(text);
         return result;
-    case 7:
-    case 8:
-    case 9:
+    case video_request::pym_rates:
+    case video_request::pym_rates + 1:
+    case video_request::pym_rates + 2:
         parser->parse_pym_fps(answer->msg);
         return 0;
     default:
@@ -94,7 +95,8 @@ int request_handler::handle_request(std::shared_ptr<pym_parser> parser) {
 template<>
 int request_handler::handle_request(std::shared_ptr<cim_parser> parser) {
     data_struct* answer = client->get_recv_data();
-    if (answer->sub_command != 5 && answer->sub_command != 6)
+    if (answer->sub_command != video_request::cim_rates &&
+        answer->sub_command != video_request::cim_rates + 1)
         return refuse(*this, answer->sub_command);
     parser->parse_cim_fps(answer->msg);
     return 0;
@@ -103,7 +105,7 @@ int request_handler::handle_request(std::shared_ptr<cim_parser> parser) {
 template<>
 int request_handler::handle_request(std::shared_ptr<gdc_parser> parser) {
     data_struct* answer = client->get_recv_data();
-    if (answer->sub_command != 10)
+    if (answer->sub_command != video_request::gdc_rates)
         return refuse(*this, answer->sub_command);
     parser->parse_gdc_fps(answer->msg);
     return 0;
@@ -112,7 +114,7 @@ int request_handler::handle_request(std::shared_ptr<gdc_parser> parser) {
 template<>
 int request_handler::handle_request(std::shared_ptr<vio_info_parser>) {
     data_struct* answer = client->get_recv_data();
-    if (answer->sub_command != 14)
+    if (answer->sub_command != video_request::delay)
         return refuse(*this, answer->sub_command);
     vio_info_parser::parse_vio_delay(answer->msg);
     return 0;
@@ -133,7 +135,7 @@ void request_handler::show_result(std::shared_ptr<vio_info_parser>, std::ostream
 vio_info_manager::vio_info_manager()
     : isp_parse(std::make_shared<isp_parser>()), pym_parse(std::make_shared<pym_parser>()),
       cim_parse(std::make_shared<cim_parser>()), gdc_parse(std::make_shared<gdc_parser>()) {
-    request_cmd = 0xAE08;
+    request_cmd = video_command;
     manager = this;
     log_tag = "MONCL_VIO";
 }
@@ -157,36 +159,41 @@ int vio_info_manager::ask_each(std::initializer_list<int> sub_commands,
 
 int vio_info_manager::get_isp_info() {
     isp_parse->info.clear();
-    return ask_each({1, 2}, isp_parse);
+    return ask_each({video_request::isp_information, video_request::isp_information + 1},
+                    isp_parse);
 }
 
 int vio_info_manager::get_isp_fps() {
     isp_parse->fps.clear();
-    return ask_each({3, 4}, isp_parse);
+    return ask_each({video_request::isp_rates, video_request::isp_rates + 1}, isp_parse);
 }
 
 int vio_info_manager::get_cim_fps() {
     cim_parse->fps.clear();
-    return ask_each({5, 6}, cim_parse);
+    return ask_each({video_request::cim_rates, video_request::cim_rates + 1}, cim_parse);
 }
 
 int vio_info_manager::get_pym_fps() {
     pym_parse->fps.clear();
-    return ask_each({7, 8, 9}, pym_parse);
+    return ask_each(
+        {video_request::pym_rates, video_request::pym_rates + 1, video_request::pym_rates + 2},
+        pym_parse);
 }
 
 int vio_info_manager::get_gdc_fps() {
     gdc_parse->fps.clear();
-    return ask_each({10}, gdc_parse);
+    return ask_each({video_request::gdc_rates}, gdc_parse);
 }
 
 int vio_info_manager::get_pym_stat() {
     pym_parse->stat.clear();
-    return ask_each({11, 12, 13}, pym_parse);
+    return ask_each({video_request::pym_statistics, video_request::pym_statistics + 1,
+                     video_request::pym_statistics + 2},
+                    pym_parse);
 }
 
 int vio_info_manager::get_vio_delay() {
-    return ask_each({14}, vio_parser);
+    return ask_each({video_request::delay}, vio_parser);
 }
 
 int vio_info_manager::sort_all_vio_fps(std::ostream* os) {

@@ -88,7 +88,8 @@ int sample(const host& env, reply& answer) {
 }
 
 void install(sampler_table& table, const host& env) {
-    table.on(0xAE06, 20, [&env](const request&, reply& answer) { return sample(env, answer); });
+    table.on(peripheral_command, peripheral_request::block_devices,
+             [&env](const request&, reply& answer) { return sample(env, answer); });
 }
 
 const sampler_registration registered(install);

@@ -170,9 +170,10 @@ private:
 
 void install(sampler_table& table, const host& env) {
     auto processes = std::make_shared<process_table>(env);
-    table.on(0xAE02, 8, [processes](const request& asked, reply& answer) {
-        return processes->answer(asked.client_id, answer);
-    });
+    table.on(cpu_command, cpu_request::busiest_processes,
+             [processes](const request& asked, reply& answer) {
+                 return processes->answer(asked.client_id, answer);
+             });
     table.on_client_gone([processes](std::uint8_t id) { processes->forget(id); });
 }
 

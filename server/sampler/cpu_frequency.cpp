@@ -43,8 +43,8 @@ int sample(const host& env, int cpu, reply& answer) {
 }
 
 void install(sampler_table& table, const host& env) {
-    for (int cpu = 0; cpu < 8; ++cpu)
-        table.on(0xAE01, cpu + 1,
+    for (int cpu = 0; cpu < system_request::cpu_frequency_count; ++cpu)
+        table.on(system_command, system_request::cpu_frequency + cpu,
                  [&env, cpu](const request&, reply& answer) { return sample(env, cpu, answer); });
 }
 

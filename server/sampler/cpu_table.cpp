@@ -19,7 +19,8 @@ int sample(const host& env, reply& answer) {
 }
 
 void install(sampler_table& table, const host& env) {
-    table.on(0xAE02, 1, [&env](const request&, reply& answer) { return sample(env, answer); });
+    table.on(cpu_command, cpu_request::usage,
+             [&env](const request&, reply& answer) { return sample(env, answer); });
 }
 
 const sampler_registration registered(install);

@@ -52,7 +52,8 @@ int sample(const host& env, reply& answer) {
 }
 
 void install(sampler_table& table, const host& env) {
-    table.on(0xAE06, 24, [&env](const request&, reply& answer) { return sample(env, answer); });
+    table.on(peripheral_command, peripheral_request::ion_heaps,
+             [&env](const request&, reply& answer) { return sample(env, answer); });
 }
 
 const sampler_registration registered(install);

@@ -36,7 +36,8 @@ int sample(const host& env, reply& answer) {
 }
 
 void install(sampler_table& table, const host& env) {
-    table.on(0xAE06, 26, [&env](const request&, reply& answer) { return sample(env, answer); });
+    table.on(peripheral_command, peripheral_request::memory,
+             [&env](const request&, reply& answer) { return sample(env, answer); });
 }
 
 const sampler_registration registered(install);

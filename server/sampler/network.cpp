@@ -219,12 +219,15 @@ private:
 
 void install(sampler_table& table, const host& env) {
     auto all = std::make_shared<network>(env);
-    table.on(0xAE09, 1, [all](const request& asked, reply&) { return all->add(asked); });
-    table.on(0xAE09, 2, [all](const request& asked, reply&) { return all->remove(asked); });
-    table.on(0xAE09, 3, [all](const request& asked, reply&) { return all->start(asked); });
-    table.on(0xAE09, 4,
+    table.on(network_command, network_request::add_process,
+             [all](const request& asked, reply&) { return all->add(asked); });
+    table.on(network_command, network_request::remove_process,
+             [all](const request& asked, reply&) { return all->remove(asked); });
+    table.on(network_command, network_request::start,
+             [all](const request& asked, reply&) { return all->start(asked); });
+    table.on(network_command, network_request::bandwidth,
              [all](const request& asked, reply& answer) { return all->bandwidth(asked, answer); });
-    table.on(0xAE09, 5, [all](const request& asked, reply&) {
+    table.on(network_command, network_request::exit, [all](const request& asked, reply&) {
         all->forget(asked.client_id);
         return 0;
     });

@@ -160,7 +160,7 @@ private:
 
 void install(sampler_table& table, const host& env) {
     auto all = std::make_shared<partitions>(env);
-    table.on(0xAE06, 25,
+    table.on(peripheral_command, peripheral_request::partitions,
              [all](const request& asked, reply& answer) { return all->sample(asked, answer); });
 }
 

@@ -215,13 +215,14 @@ private:
 
 void install(sampler_table& table, const host& env) {
     auto counting = std::make_shared<performance_counters>(env);
-    table.on(0xAE02, 10, [counting](const request& asked, reply&) {
+    table.on(cpu_command, cpu_request::enable_counters, [counting](const request& asked, reply&) {
         return counting->enable(asked.client_id);
     });
-    table.on(0xAE02, 11, [counting](const request& asked, reply& answer) {
-        return counting->read(asked.client_id, answer);
-    });
-    table.on(0xAE02, 12, [counting](const request& asked, reply&) {
+    table.on(cpu_command, cpu_request::read_counters,
+             [counting](const request& asked, reply& answer) {
+                 return counting->read(asked.client_id, answer);
+             });
+    table.on(cpu_command, cpu_request::disable_counters, [counting](const request& asked, reply&) {
         return counting->disable(asked.client_id);
     });
     table.on_client_gone([counting](std::uint8_t id) { counting->disable(id); });

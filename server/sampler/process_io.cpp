@@ -6,7 +6,7 @@ namespace monsrv {
 namespace {
 
 void install(sampler_table& table, const host& env) {
-    table.on(0xAE02, 4, [&env](const request& asked, reply& answer) {
+    table.on(cpu_command, cpu_request::process_io, [&env](const request& asked, reply& answer) {
         std::string text;
         const int error = read_process_io(env, asked.number(), text);
         answer.add_lines(text);

@@ -36,8 +36,10 @@ struct sensor_kind {
         return all;
     }
 };
-const sensor_kind cooling_devices{2, cooling_file, &board_figures::cooling};
-const sensor_kind thermal_zones{16, zone_file, &board_figures::temperatures};
+const sensor_kind cooling_devices{peripheral_request::cooling_count, cooling_file,
+                                  &board_figures::cooling};
+const sensor_kind thermal_zones{peripheral_request::thermal_count, zone_file,
+                                &board_figures::temperatures};
 
 std::string figure_line(std::uint64_t figure) {
     return std::to_string(figure) + "\n";
@@ -136,13 +138,15 @@ void install(sampler_table& table, const host& env) {
     auto all = std::make_shared<sensors>(env);
     const auto answer_each = [&table, &all](const sensor_kind& kind, int first_sub_command) {
         for (int i = 0; i < kind.count; ++i)
-            table.on(0xAE06, first_sub_command + i, [all, &kind, i](const request&, reply& answer) {
-                return all->sample_one(kind, i, answer);
-            });
+            table.on(peripheral_command, first_sub_command + i,
+                     [all, &kind, i](const request&, reply& answer) {
+                         return all->sample_one(kind, i, answer);
+                     });
     };
-    answer_each(cooling_devices, 1);
-    answer_each(thermal_zones, 3);
-    table.on(0xAE06, 19, [all](const request&, reply& answer) { return all->sample_all(answer); });
+    answer_each(cooling_devices, peripheral_request::cooling);
+    answer_each(thermal_zones, peripheral_request::thermal);
+    table.on(peripheral_command, peripheral_request::all_thermal,
+             [all](const request&, reply& answer) { return all->sample_all(answer); });
 }
 
 const sampler_registration registered(install);

@@ -12,7 +12,8 @@ int sample(const host& env, reply& answer) {
 }
 
 void install(sampler_table& table, const host& env) {
-    table.on(0xAE01, 10, [&env](const request&, reply& answer) { return sample(env, answer); });
+    table.on(system_command, system_request::version,
+             [&env](const request&, reply& answer) { return sample(env, answer); });
 }
 
 const sampler_registration registered(install);
