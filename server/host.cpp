@@ -51,7 +51,7 @@ int host::read(const std::string& path, std::string& text) const {
 }
 
 int host::read_again(const std::string& path, std::string& text) const {
-    const int fd = file_cache::open_and_cache(root_ + path);
+    const int fd = is_live() ? file_cache::open_and_cache(path) : -1;
     return fd < 0 ? read(path, text) : read_all(fd, text);
 }
 

@@ -24,7 +24,8 @@ public:
     /// Reads a file from its start to its end, at most `file_limit` bytes.
     /// @return 0, or a negated errno, which leaves @p text empty
     int read(const std::string& path, std::string& text) const;
-    /// `read`, keeping the file open for the next time: for files that are never replaced.
+    /// `read`, keeping the file open for the next time: for files that a kernel never replaces. In
+    /// a tree of files any file may be replaced, so there none is kept.
     int read_again(const std::string& path, std::string& text) const;
 
     /// Whether the host's own kernel is the one sampled, and not a tree of files.
@@ -33,8 +34,8 @@ public:
     /// The simulated board, valid as long as the host; null if there is none.
     const simulated_board* board() const { return board_ ? &*board_ : nullptr; }
 
-    /// Most bytes read of a file; well above what one answer can hold.
-    static constexpr std::size_t file_limit = 1 << 20;
+    /// Most bytes read of a file; above the longest table, of interrupts on some thousand CPUs.
+    static constexpr std::size_t file_limit = 1 << 24;
 
 private:
     std::string root_;

@@ -93,6 +93,9 @@ TEST(first_samplers, answer_from_a_tree_of_another_machine) {
                            "0,2,4 => 0-2\n", "x => " + std::to_string(-EIO)});
     EXPECT_EQ(answer(0xAE01, 10) + answer(0xAE01, 1) + answer(0xAE01, 3) + answer(0xAE01, 2),
               "6.1.0-board\n1500000\n2400000\n" + std::to_string(-ENOENT));
+    tree.write("/new", "6.2.0-board\n");
+    std::filesystem::rename(tree.root() + "/new", tree.root() + "/proc/sys/kernel/osrelease");
+    EXPECT_EQ(answer(0xAE01, 10), "6.2.0-board\n") << "a file that was replaced";
     tree.write("/proc/stat", "cpu  10 20\ncpu0 1 2 3\ncpu7 4\nintr 5 6\ncpu8 x\n");
     EXPECT_EQ(answer(0xAE02, 1), "cpu  10 20\ncpu0 1 2 3\ncpu7 4\n");
     const std::string line = "cpu1 1 2 3 4 5 6 7 8 9 10\n";
