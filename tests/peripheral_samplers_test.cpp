@@ -39,9 +39,10 @@ TEST_F(peripherals, whole_devices_in_use) {
     const std::string expected = "vda nvme0n1 loop1 dm-1 dm-10 cciss/c0d0 ";
     EXPECT_EQ(names(20, sizeof(block_stat)), expected) << "by name alone";
     EXPECT_EQ(asker.bytes.substr(33, 16), native(2UL) + native(3UL));
-    for (const char* name : {"vda", "nvme0n1", "loop0", "loop1", "dm-1", "dm-10", "cciss!c0d0"})
+    for (const char* name : {"vda", "nvme0n1", "loop0", "loop1", "dm-1", "dm-10", "cciss!c0d0"}) {
         tree.write(std::string("/sys/block/") + name + "/stat", "");
-    EXPECT_EQ(names(20, sizeof(block_stat)), expected) << "by /sys/block";
+        EXPECT_EQ(names(20, sizeof(block_stat)), expected) << "/sys/block up to " << name;
+    }
     tree.write("/proc/diskstats", repeated(disk_line("dm-1", 2, 2), 400));
     EXPECT_EQ(names(20, sizeof(block_stat)), repeated("dm-1 ", 170));
 }
@@ -66,28 +67,56 @@ TEST_F(peripherals, sensor_without_a_figure_leaves_the_others_in_place) {
                               {"1/type", "slow"},
                               {"3/temp", "-2000"},
                               {"4/temp", "\n"},
-                              {"5/temp", "47000\n"}})
+                              {"5/temp", "47000\n"},
+                              {"18/temp", "48000\n"},
+                              {"300/temp", "49000\n"}})
         tree.write(zone + item, text);
     ASSERT_EQ(mkfifo((tree.root() + zone + "1/temp").c_str(), 0600), 0); // hangs; there is no 2
     tree.write("/sys/class/thermal/cooling_device1/cur_state", "3\n");
+    tree.write("/sys/class/thermal/cooling_device3/cur_state", "4\n");
     const running_server server(tree.root());
     peri_stat_manager m("127.0.0.1", server.port());
     while (m.get_thermal(3 + 5, nullptr) != 0) {
     } // on a busy machine a healthy sensor may come late, too
-    std::ostringstream out;
-    EXPECT_EQ(m.get_all_thermal(&out), 0);
-    EXPECT_EQ(out.str(), "Thermal(mC):    45000  0      0      0      0      47000  "
-                         "Cooling_stat:   0      3      ");
+    EXPECT_EQ(m.get_all_thermal(nullptr), 0);
+    std::vector<std::int64_t> temperatures(19, -274000);
+    for (const auto& [index, temperature] :
+         {std::pair(0, 45000), {3, -2000}, {5, 47000}, {18, 48000}})
+        temperatures[static_cast<std::size_t>(index)] = temperature;
+    const auto as_signed = [](const std::vector<std::uint64_t>& figures) {
+        return std::vector<std::int64_t>(figures.begin(), figures.end());
+    };
+    EXPECT_EQ(as_signed(m.all_th_parser->all_th), temperatures);
+    EXPECT_EQ(as_signed(m.all_th_parser->all_co), (std::vector<std::int64_t>{-1, 3, -1, 4}));
     int item = 3;
-    for (int result : {0, -ETIMEDOUT, -ENOENT, -ERANGE, -EIO, 0})
+    for (int result : {0, -ETIMEDOUT, -ENOENT, 0, -EIO, 0})
         EXPECT_EQ(m.get_thermal(item++, nullptr), result) << item;
     EXPECT_EQ(m.get_cooling_0(nullptr), -ENOENT);
     EXPECT_EQ(m.get_cooling_1(nullptr), 0);
     EXPECT_EQ(line_of(m.th_parser->temp, m.co_parser->stat), "47000 3 ");
 }
 
+TEST_F(peripherals, sensors_are_counted_up_to_what_an_answer_holds) {
+    for (const std::string kind : {"cooling_device", "thermal_zone"})
+        for (int i = 0; i < 300; ++i)
+            tree.write("/sys/class/thermal/" + kind + std::to_string(i) +
+                           (kind[0] == 'c' ? "/cur_state" : "/temp"),
+                       "-1000000000000000000\n");
+    const std::string all = "\xFF\x75" + repeated(field("-1000000000000000000\n", 22), 255 + 117);
+    int tries = 0;
+    do // on a busy machine some may come late
+        ASSERT_EQ(asker.ask(0xAE06, 19), 0);
+    while (asker.bytes != all && ++tries < 50);
+    EXPECT_TRUE(asker.bytes == all);
+}
+
 TEST_F(peripherals, ion_heaps_by_name_and_memory_lines_with_a_figure) {
     EXPECT_EQ(names(24, sizeof(ion_info)), "");
+    tree.write("/sys/kernel/debug/ion", "no folder");
+    EXPECT_EQ(names(24, sizeof(ion_info)), "") << "no /dev/ion";
+    tree.write("/dev/ion", "");
+    EXPECT_EQ(asker.ask(0xAE06, 24), -ENOTDIR);
+    std::filesystem::remove(tree.root() + "/sys/kernel/debug/ion");
     const std::string heaps = "/sys/kernel/debug/ion/heaps/";
     tree.write(heaps + "system", "  client  pid  size\n  total orphaned 5\n   total    4096\n");
     tree.write(heaps + "a_name_beyond_the_field", "total 7\n");

@@ -23,30 +23,32 @@ bool is_named_as_partition_of(const std::string& name, const std::string& disk) 
                        [](unsigned char c) { return std::isdigit(c) != 0; });
 }
 
-// Whole devices are those that /sys/block lists; a tree without it is judged by the names.
+// Whole devices are those that /sys/block lists. A tree of files may hold it in part or not at all:
+// there devices that it does not list are judged by their names.
 class whole_devices {
 public:
     explicit whole_devices(const host& env) : folder_(env.path("/sys/block")) {
         std::error_code ignored;
-        has_folder_ = std::filesystem::is_directory(folder_, ignored);
+        lists_all_ = env.is_live() && std::filesystem::is_directory(folder_, ignored);
     }
 
-    bool contains(std::string name) {
-        if (has_folder_) {
-            std::replace(name.begin(), name.end(), '/', '!');
-            std::error_code ignored;
-            return std::filesystem::symlink_status(folder_ / name, ignored).type() !=
-                   std::filesystem::file_type::not_found;
-        }
-        if (is_named_as_partition_of(name, latest_))
+    bool contains(const std::string& name) {
+        const bool listed = is_listed(name);
+        if (!listed && (lists_all_ || is_named_as_partition_of(name, latest_)))
             return false;
         latest_ = name; // its partitions follow it
         return true;
     }
 
 private:
+    bool is_listed(std::string name) const {
+        std::replace(name.begin(), name.end(), '/', '!');
+        std::error_code ignored;
+        return std::filesystem::exists(std::filesystem::symlink_status(folder_ / name, ignored));
+    }
+
     std::filesystem::path folder_;
-    bool has_folder_ = false;
+    bool lists_all_ = false;
     std::string latest_;
 };
 

@@ -28,14 +28,14 @@ int sample(const host& env, reply& answer) {
     for (std::filesystem::directory_iterator it(env.path(folder), error), end; !error && it != end;
          it.increment(error))
         names.push_back(it->path().filename());
-    // The folder may be closed to this process; the device always shows whether there are heaps.
-    if (error && env.board() != nullptr &&
-        !std::filesystem::exists(env.path("/dev/ion"), ignored)) {
-        answer.add_counted(env.board()->now().heaps);
+    // The folder may be unreadable; /dev/ion shows whether there are heaps.
+    if (error && std::filesystem::exists(env.path("/dev/ion"), ignored))
+        return -error.value();
+    if (error) {
+        answer.add_counted(env.board() != nullptr ? env.board()->now().heaps
+                                                  : std::vector<ion_info>());
         return 0;
     }
-    if (error && error != std::errc::no_such_file_or_directory)
-        return -error.value();
     std::sort(names.begin(), names.end());
 
     std::vector<ion_info> heaps;

@@ -10,51 +10,44 @@
 namespace monsrv {
 namespace {
 
-// What the combined answer says of a sensor without a figure; clients take it for 0. The others
-// thus keep their places. An empty text would repeat the figure before it.
-constexpr std::string_view no_figure = "unknown";
+// What the combined answer says of a sensor without a value, so that the others keep their index.
+// The first is the kernel's own invalid temperature; a cooling state is never negative.
+constexpr std::string_view no_temperature = "-274000\n";
+constexpr std::string_view no_state = "-1\n";
 
-std::string cooling_file(int device) {
-    return "/sys/class/thermal/cooling_device" + std::to_string(device) + "/cur_state";
-}
-
-std::string zone_file(int zone) {
-    return "/sys/class/thermal/thermal_zone" + std::to_string(zone) + "/temp";
-}
-
-/// Sensors that are counted from 0.
+/// Sensors of one kind, in folders that end in their number.
 struct sensor_kind {
-    int count; ///< most that are asked for
-    std::string (*file)(int which);
+    int count; ///< most that have a request of their own
+    const char* folder;
+    const char* file;
     std::vector<std::uint64_t> board_figures::*simulated; ///< if the host has none at all
+    std::string_view no_value;
 
-    std::vector<std::string> files() const {
-        std::vector<std::string> all;
-        all.reserve(static_cast<std::size_t>(count));
-        for (int i = 0; i < count; ++i)
-            all.push_back(file(i));
-        return all;
+    std::string path(std::size_t which) const {
+        return class_folder + std::string(folder) + std::to_string(which) + file;
     }
-};
-const sensor_kind cooling_devices{peripheral_request::cooling_count, cooling_file,
-                                  &board_figures::cooling};
-const sensor_kind thermal_zones{peripheral_request::thermal_count, zone_file,
-                                &board_figures::temperatures};
 
-std::string figure_line(std::uint64_t figure) {
+    static constexpr const char* class_folder = "/sys/class/thermal/";
+};
+const sensor_kind cooling_devices{peripheral_request::cooling_count, "cooling_device", "/cur_state",
+                                  &board_figures::cooling, no_state};
+const sensor_kind thermal_zones{peripheral_request::thermal_count, "thermal_zone", "/temp",
+                                &board_figures::temperatures, no_temperature};
+// As many as the byte that counts them can count.
+constexpr std::size_t sensors_max = 255;
+
+std::string figure_line(std::int64_t figure) {
     return std::to_string(figure) + "\n";
 }
 
-// Clients know no negative figures.
 slow_reads::outcome check_figure(slow_reads::outcome read) {
     if (read.result < 0)
         return read;
-    std::uint64_t figure = 0;
+    std::int64_t figure = 0;
     const char* start = read.bytes.data();
-    const auto parsed = std::from_chars(start, start + read.bytes.size(), figure);
-    if (parsed.ec == std::errc())
-        return {0, figure_line(figure)};
-    return {!read.bytes.empty() && read.bytes.front() == '-' ? -ERANGE : -EIO, {}};
+    if (std::from_chars(start, start + read.bytes.size(), figure).ec != std::errc())
+        return {-EIO, {}};
+    return {0, figure_line(figure)};
 }
 
 /// Reads sensors; a driver may take its time, so each is read aside.
@@ -63,12 +56,13 @@ public:
     explicit sensors(const host& env) : env_(env) {}
 
     int sample_one(const sensor_kind& kind, int which, reply& answer) {
-        const auto stand_ins = simulated(kind);
-        if (static_cast<std::size_t>(which) < stand_ins.size()) {
-            answer.add_lines(figure_line(stand_ins[static_cast<std::size_t>(which)]));
+        const auto index = static_cast<std::size_t>(which);
+        const auto stand_ins = sensor_count(kind) == 0 ? simulated(kind) : figures();
+        if (index < stand_ins.size()) {
+            answer.add_lines(stand_ins[index]);
             return 0;
         }
-        const std::string file = kind.file(which);
+        const std::string file = kind.path(index);
         const slow_reads::outcome figure = read({file}).at(file);
         if (figure.result < 0)
             return figure.result;
@@ -77,24 +71,36 @@ public:
     }
 
     int sample_all(reply& answer) {
-        std::vector<std::string> files = cooling_devices.files();
-        for (const std::string& file : thermal_zones.files())
-            files.push_back(file);
-        const auto figures = read(files);
-        const auto cooling = texts(cooling_devices, figures);
-        const auto zones = texts(thermal_zones, figures);
-        answer.add_record(static_cast<std::uint8_t>(cooling.size()));
-        answer.add_record(static_cast<std::uint8_t>(zones.size()));
-        for (const auto* kind : {&cooling, &zones})
-            for (const std::string& text : *kind)
+        // Both kinds are read at once: together they may take as long as one.
+        const std::size_t cooling_count = sensor_count(cooling_devices);
+        const std::size_t zone_count = sensor_count(thermal_zones);
+        std::vector<std::string> files;
+        for (std::size_t i = 0; i < cooling_count; ++i)
+            files.push_back(cooling_devices.path(i));
+        for (std::size_t i = 0; i < zone_count; ++i)
+            files.push_back(thermal_zones.path(i));
+        const auto outcomes = read(files);
+        figures all[] = {texts(cooling_devices, cooling_count, outcomes),
+                         texts(thermal_zones, zone_count, outcomes)};
+        std::size_t room = answer.room() - 2;
+        for (figures& kind : all) {
+            std::size_t fitting = 0;
+            for (; fitting < kind.size() && kind[fitting].size() + 1 <= room; ++fitting)
+                room -= kind[fitting].size() + 1;
+            kind.resize(fitting);
+            answer.add_record(static_cast<std::uint8_t>(fitting));
+        }
+        for (const figures& kind : all)
+            for (const std::string& text : kind)
                 answer.add(text.c_str(), text.size() + 1);
         return 0;
     }
 
 private:
-    using figures_by_file = std::map<std::string, slow_reads::outcome>;
+    using outcomes_by_file = std::map<std::string, slow_reads::outcome>;
+    using figures = std::vector<std::string>; // a line each
 
-    figures_by_file read(const std::vector<std::string>& files) {
+    outcomes_by_file read(const std::vector<std::string>& files) {
         std::map<std::string, slow_reads::work> wanted;
         for (const std::string& file : files)
             wanted[file] = [path = env_.path(file)] {
@@ -103,35 +109,52 @@ private:
         return reads_.run(wanted);
     }
 
-    // Figures of the board, if there is one, for a kind of sensor of which the host has none.
-    std::vector<std::uint64_t> simulated(const sensor_kind& kind) const {
-        if (env_.board() == nullptr)
-            return {};
-        for (const std::string& file : kind.files())
-            if (std::error_code error; std::filesystem::exists(env_.path(file), error))
-                return {};
-        return env_.board()->now().*kind.simulated;
+    // One more than the highest number of a sensor: numbers in between may be missing.
+    std::size_t sensor_count(const sensor_kind& kind) const {
+        const std::string_view prefix = kind.folder;
+        std::size_t count = 0;
+        std::error_code error;
+        for (std::filesystem::directory_iterator it(env_.path(sensor_kind::class_folder), error),
+             end;
+             !error && it != end; it.increment(error)) {
+            const std::string name = it->path().filename();
+            std::size_t number = 0;
+            const char* const name_end = name.data() + name.size();
+            if (name.compare(0, prefix.size(), prefix) != 0 ||
+                std::from_chars(name.data() + prefix.size(), name_end, number).ptr != name_end)
+                continue;
+            if (number < sensors_max)
+                count = std::max(count, number + 1);
+        }
+        return count;
     }
 
-    // The texts of a kind, without those that do not exist behind the last one that does.
-    std::vector<std::string> texts(const sensor_kind& kind, const figures_by_file& figures) const {
-        std::vector<std::string> all;
-        for (const std::uint64_t figure : simulated(kind))
-            all.push_back(figure_line(figure));
-        if (!all.empty())
+    figures simulated(const sensor_kind& kind) const {
+        figures all;
+        if (env_.board() == nullptr)
             return all;
-        std::vector<std::string> files = kind.files();
-        while (!files.empty() && figures.at(files.back()).result == -ENOENT)
-            files.pop_back();
-        for (const std::string& file : files) {
-            const slow_reads::outcome& figure = figures.at(file);
-            all.push_back(figure.result < 0 ? std::string(no_figure) : figure.bytes);
+        const board_figures now = env_.board()->now();
+        for (const std::uint64_t figure : now.*kind.simulated)
+            all.push_back(figure_line(static_cast<std::int64_t>(figure)));
+        return all;
+    }
+
+    figures texts(const sensor_kind& kind, std::size_t count,
+                  const outcomes_by_file& outcomes) const {
+        if (count == 0)
+            return simulated(kind);
+        figures all;
+        for (std::size_t i = 0; i < count; ++i) {
+            const slow_reads::outcome& outcome = outcomes.at(kind.path(i));
+            all.push_back(outcome.result < 0 ? std::string(kind.no_value) : outcome.bytes);
         }
         return all;
     }
 
     const host& env_;
-    slow_reads reads_{static_cast<std::size_t>(cooling_devices.count + thermal_zones.count)};
+    slow_reads reads_{threads_max};
+    // Reads that may hang before all others have to wait for them.
+    static constexpr std::size_t threads_max = 64;
 };
 
 void install(sampler_table& table, const host& env) {

@@ -7,6 +7,7 @@
 #include "sys_info_manager.h"
 #include "vio_info_manager.h"
 
+#include "peripherals.h"
 #include "process_rows.h"
 #include "session.h"
 
@@ -197,8 +198,8 @@ private:
         std::ostringstream known;
         known << std::fixed << std::setprecision(1);
         for (const std::uint64_t temp : peri_.all_th_parser->all_th)
-            if (temp > 0) // a zone that could not be read
-                known << static_cast<double>(temp) / 1000 << " ";
+            if (is_known(temp, unknown_temperature))
+                known << static_cast<double>(static_cast<std::int64_t>(temp)) / 1000 << " ";
         section lines("thermal", out);
         if (!known.str().empty())
             lines.line() << known.str() << "degrees Celsius";

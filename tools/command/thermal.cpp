@@ -2,26 +2,46 @@
 #include "peripherals.h"
 
 #include <CLI/CLI.hpp>
+#include <iomanip>
 
 namespace tools {
 namespace {
-
-// The server's number of the query for thermal zone 0; the other zones follow.
-constexpr int first_zone = 3;
 
 struct choice {
     int zone = -1;
     int cooling = -1;
 };
 
+void show_all(const char* label, const std::vector<std::uint64_t>& figures, std::int64_t unknown,
+              std::ostream& out) {
+    out << std::left << std::setw(16) << label;
+    for (const std::uint64_t figure : figures) {
+        out << std::setw(7);
+        if (is_known(figure, unknown))
+            out << static_cast<std::int64_t>(figure);
+        else
+            out << "-";
+    }
+}
+
+// The reports of the library write a temperature below zero as a huge one.
 int ask(peri_stat_manager& manager, const choice& which, std::ostream* out) {
-    if (which.zone >= 0)
-        return manager.get_thermal(first_zone + which.zone, out);
+    if (which.zone >= 0) {
+        const int code = manager.get_thermal(peripheral_request::thermal + which.zone, nullptr);
+        if (code >= 0 && out != nullptr)
+            *out << static_cast<std::int64_t>(manager.th_parser->temp);
+        return code;
+    }
     if (which.cooling == 0)
         return manager.get_cooling_0(out);
     if (which.cooling == 1)
         return manager.get_cooling_1(out);
-    return manager.get_all_thermal(out);
+    const int code = manager.get_all_thermal(nullptr);
+    if (code >= 0 && out != nullptr) {
+        show_all("Thermal(mC):", manager.all_th_parser->all_th, unknown_temperature, *out);
+        show_all("Cooling_stat:", manager.all_th_parser->all_co, unknown_state, *out);
+    }
+    return code;
 }
 
 command_action configure(CLI::App& app) {
