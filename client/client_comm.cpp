@@ -48,6 +48,10 @@ client_comm::~client_comm() {
     std::free(recv_data);
 }
 
+void client_comm::allow_ipv6(bool on) {
+    ipv6 = on;
+}
+
 int client_comm::connect_to_server() {
     str_target = "tcp://" + ip_addr + ":" + std::to_string(port);
     socket = nullptr;
@@ -61,6 +65,10 @@ int client_comm::connect_to_server() {
         log_zmq_error("zmq_socket error, %s\n");
         zmq_ctx_term(std::exchange(context, nullptr));
         return -2;
+    }
+    if (ipv6) {
+        const int on = 1;
+        zmq_setsockopt(socket, ZMQ_IPV6, &on, sizeof on);
     }
     if (zmq_connect(socket, str_target.c_str()) == -1) {
         log_zmq_error("zmq_connect error, %s\n");

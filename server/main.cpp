@@ -34,7 +34,8 @@ int main(int argc, char** argv) {
     std::string address = "127.0.0.1";
     int port = 5757;
     monsrv::server_options options;
-    app.add_option("--bind", address, "Address or interface to listen at")->capture_default_str();
+    app.add_option("--bind", address, "Address or interface to listen at; * for all, IPv4 and IPv6")
+        ->capture_default_str();
     app.add_option("--port", port, "Port to listen at; 0 picks a free one")
         ->check(CLI::Range(0, 65535))
         ->capture_default_str();
@@ -58,7 +59,8 @@ int main(int argc, char** argv) {
         const signal_stop stopping(server);
         if (options.simulate_board)
             std::cerr << "monsrv: " << monsrv::simulation_notice << std::endl;
-        std::cout << "monsrv: listening at " << address << ":" << port << std::endl;
+        std::cout << "monsrv: listening at " << monsrv::endpoint_text(address, std::to_string(port))
+                  << std::endl;
         server.run();
     } catch (const std::exception& e) {
         std::cerr << "monsrv: " << e.what() << "\n";

@@ -15,9 +15,19 @@ namespace {
 // Far above any request; a peer that sends more is cut off by the transport.
 constexpr std::int64_t largest_message = 65536;
 
+// ZeroMQ has error numbers of its own, which only its own function can name.
+class zmq_category final : public std::error_category {
+public:
+    const char* name() const noexcept override { return "zmq"; }
+    std::string message(int error) const override { return zmq_strerror(error); }
+    std::error_condition default_error_condition(int error) const noexcept override {
+        return std::generic_category().default_error_condition(error);
+    }
+};
+
 [[noreturn]] void fail(int error, const std::string& what) {
-    // ZeroMQ has error numbers of its own, which only its own function can name.
-    throw std::system_error(error, std::generic_category(), what + ": " + zmq_strerror(error));
+    static const zmq_category category;
+    throw std::system_error(error, category, what);
 }
 } // namespace
 
@@ -60,11 +70,18 @@ monitor_server::monitor_server(const server_options& options)
 
 monitor_server::~monitor_server() = default;
 
+std::string endpoint_text(const std::string& address, const std::string& port) {
+    const bool bare_ipv6 = address.find(':') != address.npos && address.front() != '[';
+    return (bare_ipv6 ? "[" + address + "]" : address) + ":" + port;
+}
+
 int monitor_server::bind(const std::string& address, int port) {
+    const int ipv6 = address == "*" || address.find(':') != address.npos;
+    zmq_setsockopt(sockets_->reply_socket, ZMQ_IPV6, &ipv6, sizeof ipv6);
     const std::string endpoint =
-        "tcp://" + address + ":" + (port == 0 ? std::string("*") : std::to_string(port));
+        "tcp://" + endpoint_text(address, port == 0 ? "*" : std::to_string(port));
     if (zmq_bind(sockets_->reply_socket, endpoint.c_str()) == -1)
-        fail(zmq_errno(), "cannot listen at " + address + ":" + std::to_string(port));
+        fail(zmq_errno(), "cannot listen at " + endpoint_text(address, std::to_string(port)));
     char bound[256];
     std::size_t size = sizeof bound;
     if (zmq_getsockopt(sockets_->reply_socket, ZMQ_LAST_ENDPOINT, bound, &size) == -1)

@@ -25,6 +25,9 @@ struct server_options {
     std::uint32_t seed = 1;      ///< of the simulated board
 };
 
+/// ADDRESS:PORT, an IPv6 address in brackets.
+std::string endpoint_text(const std::string& address, const std::string& port);
+
 /// One server; owns its socket. `bind` and `run` belong to one thread, `stop` may be called from
 /// any thread and from a signal handler.
 class monitor_server {
@@ -36,6 +39,8 @@ public:
     monitor_server& operator=(const monitor_server&) = delete;
 
     /// Listens at tcp://@p address : @p port.
+    /// @param address an IPv4 or IPv6 address, the latter with or without brackets, an interface,
+    ///                or "*" for all addresses of both families
     /// @param port 0 picks a free one
     /// @return the port
     /// @throws std::system_error if that fails

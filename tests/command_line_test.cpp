@@ -31,11 +31,13 @@ TEST(command_line, reads_interval_count_and_source) {
                        "probe -i 2 -n 3 => 2 3  0 ", "probe --interval=1.5 --count=1 => 1.5 1  0 ",
                        "--help => 0 text", "--connect board:9000 probe => 0 0 board 9000 ",
                        "--version => 0 text", "probe --simulate-board --seed 4294967295 => 0 0  0 ",
-                       "probe 1 --connect 10.0.0.7:1 => 1 0 10.0.0.7 1 "});
+                       "probe 1 --connect 10.0.0.7:1 => 1 0 10.0.0.7 1 ",
+                       "probe --connect [::1]:5757 => 0 0 [::1] 5757 "});
     std::istringstream refused(
         "no_such_command|probe 0|probe -1|probe nan|probe inf|probe 1 0|"
         "probe 1 2.5|probe 1 2 3|probe 1x|probe --connect board|"
-        "probe --connect :9|probe --connect board:0|probe --connect board:65536|"
+        "probe --connect :9|probe --connect ::1:9|probe --connect []:9|probe --connect [::1]|"
+        "probe --connect board:0|probe --connect board:65536|"
         "probe --connect board:9x|probe --root /no_such_folder|"
         "probe --root / --connect board:1|"
         "probe --simulate-board --seed 4294967296|"

@@ -138,10 +138,31 @@ TEST(end_to_end, recovers_when_the_server_is_back_and_fails_when_it_stays_away) 
               sent / 50000);
     child_process second({MONSRV_PROGRAM, "--port", std::to_string(port)});
     EXPECT_EQ(second.wait(), 1);
-    EXPECT_NE(second.err.find("Address already in use"), std::string::npos);
+    EXPECT_EQ(second.err, "monsrv: cannot listen at " + at(port) + ": Address already in use\n");
     server.reset();
     EXPECT_EQ(moncl("cpu", port).ends(1).err,
               "moncl: CPU connect to server failed, at " + at(port) + "\n");
+}
+
+TEST(end_to_end, ipv6_addresses_are_asked_in_brackets) {
+    if (!std::ifstream("/proc/net/if_inet6").good())
+        GTEST_SKIP() << "this host has no IPv6";
+    struct {
+        const char* bind;
+        const char* printed;
+        words asked;
+    } const cases[] = {{"--bind=::1", "[::1]", {"[::1]"}},
+                       {"--bind=[::1]", "[::1]", {"[::1]"}},
+                       {"--bind=*", "*", {"[::1]", "127.0.0.1"}}};
+    for (const auto& each : cases) {
+        server_process server(0, each.bind);
+        const std::string port = ":" + std::to_string(server.port);
+        EXPECT_EQ(server.out, "monsrv: listening at " + (each.printed + port) + "\n");
+        for (const std::string& address : each.asked) {
+            moncl sysinfo("sysinfo --connect " + address + port);
+            EXPECT_NE(sysinfo.ends(0).out.find("version"), std::string::npos) << each.bind;
+        }
+    }
 }
 
 TEST(end_to_end, commands_report_a_tree_of_files) {

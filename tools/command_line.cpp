@@ -9,15 +9,19 @@ namespace {
 // What runs where no command is named.
 constexpr const char* default_command = "summary";
 
-// HOST:PORT, the port after the last colon.
+// HOST:PORT, the port after the last colon. An IPv6 address has colons of its own, hence brackets.
 std::string read_endpoint(const std::string& text, source& from) {
     const std::size_t colon = text.rfind(':');
     if (colon == text.npos || colon == 0)
         return "needs HOST:PORT";
+    const std::string host = text.substr(0, colon);
+    const bool in_brackets = host.size() > 2 && host.front() == '[' && host.back() == ']';
+    if (!in_brackets && host.find_first_of("[]:") != host.npos)
+        return "needs an IPv6 address in brackets, as [ADDRESS]:PORT";
     int port = 0;
     if (!CLI::detail::lexical_cast(text.substr(colon + 1), port) || port < 1 || port > 65535)
         return "needs a port from 1 to 65535 behind the colon";
-    from.host = text.substr(0, colon);
+    from.host = host;
     from.port = port;
     return {};
 }
@@ -28,7 +32,7 @@ void add_source(CLI::App& app, source& from) {
                                     "is started inside the program");
     connect->type_name("HOST:PORT")->each([&from](const std::string& text) {
         if (const std::string fault = read_endpoint(text, from); !fault.empty())
-            throw CLI::ValidationError("--connect", fault);
+            throw CLI::ValidationError(fault);
     });
     app.add_option("--root", from.root, "Folder the server inside reads in place of /")
         ->check(CLI::ExistingDirectory)

@@ -38,6 +38,7 @@ session::~session() = default;
 std::shared_ptr<client_comm> session::new_connection() const {
     auto connection = std::make_shared<client_comm>(host_, port_);
     connection->stop_at_last_part(true);
+    connection->allow_ipv6(host_.front() == '[');
     return connection;
 }
 

@@ -29,6 +29,10 @@ public:
     client_comm(const client_comm&) = delete;
     client_comm& operator=(const client_comm&) = delete;
 
+    /// With @p on, the next `connect_to_server` lets the address be an IPv6 one, as "[::1]", or a
+    /// name that has one (ZMQ_IPV6). Off at first: then no option is set on the socket.
+    void allow_ipv6(bool on);
+
     /// Creates a context and a socket, connects, and asks for a client id if none is held. A second
     /// call makes a new socket and leaves the old one open.
     /// @return 0; -1 no context; -2 no socket; -3 connect failed (nothing stays open); or the code
@@ -99,6 +103,7 @@ private:
     int timeout;
     std::string str_target;
     bool stop_at_last = false;
+    bool ipv6 = false;
     int more_len = 0;
 };
 

@@ -13,6 +13,9 @@ public:
     /// Connects to the server at @p ip : @p port.
     /// @throws const char* "SYSINFO connect to server failed"
     sysinfo_manager(const std::string& ip, int port);
+    /// Connects @p comm, for one that was set up beforehand, and keeps it.
+    /// @throws const char* "SYSINFO connect to server failed"
+    explicit sysinfo_manager(std::shared_ptr<client_comm> comm);
 
     /// Asks for the frequency of CPU 0; read it with `last_cpu_freq`. The others ask for CPU 1
     /// to 7.

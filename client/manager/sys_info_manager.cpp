@@ -39,8 +39,11 @@ void request_handler::show_result(std::shared_ptr<version_parser> parser, std::o
     out << parser->ver->version;
 }
 
-sysinfo_manager::sysinfo_manager(const std::string& ip, int port) {
-    connect(std::make_shared<client_comm>(ip, port), "SYSINFO connect to server failed");
+sysinfo_manager::sysinfo_manager(const std::string& ip, int port)
+    : sysinfo_manager(std::make_shared<client_comm>(ip, port)) {}
+
+sysinfo_manager::sysinfo_manager(std::shared_ptr<client_comm> comm) {
+    connect(std::move(comm), "SYSINFO connect to server failed");
     freq_parser = std::make_shared<cpu_freq_parser>();
     possible_parser = std::make_shared<cpu_possible_parser>();
     ver_parser = std::make_shared<version_parser>();

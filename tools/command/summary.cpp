@@ -69,7 +69,7 @@ double kb_rate(std::uint64_t before, std::uint64_t now, double seconds) {
 class summary {
 public:
     explicit summary(session& asking)
-        : sysinfo_(asking.host(), asking.port()), connection_(asking.new_connection()),
+        : sysinfo_(asking.new_connection()), connection_(asking.new_connection()),
           cpu_(connection_) {
         peri_.client = connection_;
         net_.client = connection_;

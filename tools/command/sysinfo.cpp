@@ -38,7 +38,7 @@ int report(sysinfo_manager& manager, std::ostream& out) {
 
 command_action configure(CLI::App&) {
     return [](session& asking) {
-        sysinfo_manager manager(asking.host(), asking.port());
+        sysinfo_manager manager(asking.new_connection());
         return asking.repeat(
             {}, {[&](std::ostream* out) { return report(manager, *out); }, {manager.client}});
     };
