@@ -179,7 +179,7 @@ TEST(end_to_end, commands_report_a_tree_of_files) {
         {"disk -i 0.1 -n 1", 0, "Device +vda +\nRd/Wr\\(KB/s\\) +0/0 +\n"},
         {"part /a nosuch", 1, "Partition Avail/Size: /a: [0-9.]+./[0-9.]+.\n"},
         {"part " + std::string(1022, 'x'), 2, ""},
-        {"thermal", 0, "Thermal\\(mC\\): +0 +45500 +Cooling_stat: +2 +\n"},
+        {"thermal", 0, "Thermal\\(mC\\): +- +45500 +Cooling_stat: +2 +\n"},
         {"thermal --cooling 1", 1, ""},
         {"ion", 0, "no ion heaps\n"},
         {"net -i 0.1 -n 1 --pid 7 --pid 5 --pid 7", 0,
