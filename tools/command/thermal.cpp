@@ -12,15 +12,19 @@ struct choice {
     int cooling = -1;
 };
 
+void show(std::uint64_t figure, std::int64_t unknown, std::ostream& out) {
+    if (is_known(figure, unknown))
+        out << static_cast<std::int64_t>(figure);
+    else
+        out << "-";
+}
+
 void show_all(const char* label, const std::vector<std::uint64_t>& figures, std::int64_t unknown,
               std::ostream& out) {
     out << std::left << std::setw(16) << label;
     for (const std::uint64_t figure : figures) {
         out << std::setw(7);
-        if (is_known(figure, unknown))
-            out << static_cast<std::int64_t>(figure);
-        else
-            out << "-";
+        show(figure, unknown, out);
     }
 }
 
@@ -29,7 +33,7 @@ int ask(peri_stat_manager& manager, const choice& which, std::ostream* out) {
     if (which.zone >= 0) {
         const int code = manager.get_thermal(peripheral_request::thermal + which.zone, nullptr);
         if (code >= 0 && out != nullptr)
-            *out << static_cast<std::int64_t>(manager.th_parser->temp);
+            show(manager.th_parser->temp, unknown_temperature, *out);
         return code;
     }
     if (which.cooling == 0)
