@@ -30,21 +30,45 @@ struct peripherals : testing::Test {
 };
 } // namespace
 
-TEST_F(peripherals, whole_devices_in_use) {
+TEST_F(peripherals, whole_devices) {
     std::string lines = disk_line("loop0", 0, 0) + "torn line\n" + disk_line("vda", 4, 7);
     for (const char* name :
          {"vda1", "nvme0n1", "nvme0n1p2", "loop1", "dm-1", "dm-10", "cciss/c0d0"})
         lines += disk_line(name, 1, 1);
     tree.write("/proc/diskstats", lines);
-    const std::string expected = "vda nvme0n1 loop1 dm-1 dm-10 cciss/c0d0 ";
+    const std::string expected = "loop0 vda nvme0n1 loop1 dm-1 dm-10 cciss/c0d0 ";
     EXPECT_EQ(names(20, sizeof(block_stat)), expected) << "by name alone";
-    EXPECT_EQ(asker.bytes.substr(33, 16), native(2UL) + native(3UL));
+    EXPECT_EQ(asker.bytes.substr(33 + 48, 16), native(2UL) + native(3UL));
     for (const char* name : {"vda", "nvme0n1", "loop0", "loop1", "dm-1", "dm-10", "cciss!c0d0"}) {
         tree.write(std::string("/sys/block/") + name + "/stat", "");
         EXPECT_EQ(names(20, sizeof(block_stat)), expected) << "/sys/block up to " << name;
     }
     tree.write("/proc/diskstats", repeated(disk_line("dm-1", 2, 2), 400));
     EXPECT_EQ(names(20, sizeof(block_stat)), repeated("dm-1 ", 170));
+}
+
+// A client compares by position, and compares nothing across a change of the number of devices.
+TEST_F(peripherals, devices_that_come_and_go) {
+    const std::string vda = disk_line("vda", 4, 4);
+    const std::string vdb = disk_line("vdb", 4, 4);
+    const std::string vdc = disk_line("vdc", 4, 4);
+    const struct {
+        const char* name;
+        std::string lines;
+        std::string listed;
+    } looks[] = {{"two disks and a spare", disk_line("loop0", 0, 0) + vda + vdb, "loop0 vda vdb "},
+                 {"first use of the spare", disk_line("loop0", 2, 2) + vda + vdb, "loop0 vda vdb "},
+                 {"one new disk", vda + vdb + vdc + vda, "vda vdb vdc vda "},
+                 {"one in the place of another", vda + vdc + vdb + vda, "vda vdc vdb "},
+                 {"and once more", vda + vdc + vdb + vda, "vda vdc vdb vda "},
+                 {"more spares than fit",
+                  vda + repeated(disk_line("ram0", 0, 0), 100) + disk_line("nbd0", 1, 3) +
+                      repeated(disk_line("loop0", 0, 0), 100) + vdb,
+                  "vda " + repeated("ram0 ", 100) + "nbd0 " + repeated("loop0 ", 67) + "vdb "}};
+    for (const auto& look : looks) {
+        tree.write("/proc/diskstats", look.lines);
+        EXPECT_EQ(names(20, sizeof(block_stat)), look.listed) << look.name;
+    }
 }
 
 TEST_F(peripherals, names_choose_devices_and_mount_points) {

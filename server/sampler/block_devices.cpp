@@ -6,7 +6,10 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
+#include <map>
+#include <memory>
 #include <sstream>
+#include <string_view>
 
 namespace monsrv {
 namespace {
@@ -52,18 +55,32 @@ private:
     std::string latest_;
 };
 
+constexpr std::size_t devices_max = (answer_payload_max - 1) / sizeof(block_stat);
+
 // Kernels set up some of these ahead of any use.
-bool is_spare(const std::string& name) {
-    for (const char* kind : {"loop", "ram", "zram", "nbd"})
-        if (name.rfind(kind, 0) == 0)
+bool is_unused_spare(const block_stat& device) {
+    if (device.rd_kb != 0 || device.wr_kb != 0)
+        return false;
+    const std::string_view name(device.name);
+    for (const std::string_view kind : {"loop", "ram", "zram", "nbd"})
+        if (name.substr(0, kind.size()) == kind)
             return true;
     return false;
 }
 
-int sample(const host& env, reply& answer) {
-    std::string text;
-    if (const int error = env.read_again("/proc/diskstats", text); error < 0)
-        return error;
+bool is_same_device(const block_stat& a, const block_stat& b) {
+    return std::string_view(a.name) == b.name;
+}
+
+// Leaves the devices that fit: spares that were never used go first, the last ones before others.
+void cut_to_fit(std::vector<block_stat>& devices) {
+    for (std::size_t i = devices.size(); i-- > 0 && devices.size() > devices_max;)
+        if (is_unused_spare(devices[i]))
+            devices.erase(devices.begin() + static_cast<std::ptrdiff_t>(i));
+    devices.resize(std::min(devices.size(), devices_max));
+}
+
+std::vector<block_stat> read_devices(const host& env, const std::string& text) {
     whole_devices whole(env);
     std::vector<block_stat> devices;
     std::istringstream lines(text);
@@ -77,21 +94,52 @@ int sample(const host& env, reply& answer) {
             skipped >> skipped >> sectors_written;
         if (!fields || !whole.contains(name))
             continue;
-        if (sectors_read == 0 && sectors_written == 0 && is_spare(name))
-            continue;
         block_stat device{};
         name.copy(device.name, sizeof device.name - 1);
         device.rd_kb = sectors_read / 2; // sectors of 512 bytes, whatever the device's own are
         device.wr_kb = sectors_written / 2;
         devices.push_back(device);
     }
-    answer.add_counted(devices);
-    return 0;
+    return devices;
 }
 
+// Answers clients, and remembers which devices each was shown: it compares records by position and
+// drops its previous sample only when their number changes.
+class block_devices {
+public:
+    explicit block_devices(const host& env) : env_(env) {}
+
+    int answer(std::uint8_t client_id, reply& answer) {
+        std::string text;
+        if (const int error = env_.read_again("/proc/diskstats", text); error < 0)
+            return error;
+        std::vector<block_stat> devices = read_devices(env_, text);
+        cut_to_fit(devices);
+        std::vector<block_stat>& before = shown_[client_id];
+        // Others have come in the place of some. One less makes the client drop its sample; the
+        // next answer has them all.
+        if (devices.size() == before.size() &&
+            !std::equal(devices.begin(), devices.end(), before.begin(), is_same_device))
+            devices.pop_back();
+        before = devices;
+        answer.add_counted(devices);
+        return 0;
+    }
+
+    void forget(std::uint8_t client_id) { shown_.erase(client_id); }
+
+private:
+    const host& env_;
+    std::map<std::uint8_t, std::vector<block_stat>> shown_;
+};
+
 void install(sampler_table& table, const host& env) {
+    auto all = std::make_shared<block_devices>(env);
     table.on(peripheral_command, peripheral_request::block_devices,
-             [&env](const request&, reply& answer) { return sample(env, answer); });
+             [all](const request& asked, reply& answer) {
+                 return all->answer(asked.client_id, answer);
+             });
+    table.on_client_gone([all](std::uint8_t client_id) { all->forget(client_id); });
 }
 
 const sampler_registration registered(install);

@@ -155,6 +155,8 @@ private:
         for (int i = 0; i < parser.stats->num; ++i) {
             const block_stat& old = parser.last_stats->stat[i];
             const block_stat& disk = parser.stats->stat[i];
+            if (disk.rd_kb == 0 && disk.wr_kb == 0) // never used, as most loop devices
+                continue;
             lines.line() << std::left << std::setw(12) << field_text(disk.name) << std::right
                          << std::setw(10) << kb_rate(old.rd_kb, disk.rd_kb, seconds) << " KB/s read"
                          << std::setw(10) << kb_rate(old.wr_kb, disk.wr_kb, seconds)
