@@ -5,49 +5,117 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <dirent.h>
+#include <fcntl.h>
 #include <memory>
 #include <unistd.h>
 
 namespace monsrv {
 
 namespace {
-int read_file_of(const host& env, std::int32_t pid, const char* name, std::string& text) {
-    text.clear();
-    if (pid <= 0)
-        return -ESRCH;
-    const std::string folder = "/proc/" + std::to_string(pid);
-    const int error = env.read(folder + "/" + name, text);
-    // Not every kernel has every file; a process that ended has none.
-    return error == -ENOENT && access(env.path(folder).c_str(), F_OK) == -1 ? -ESRCH : error;
-}
-
+// Blanks and control characters: what ends a word, for a stream and for a terminal.
 bool ends_word(char c) {
     const auto byte = static_cast<unsigned char>(c);
     return byte <= ' ' || byte == 0x7F;
 }
+
+// The name itself may hold parentheses: it ends at the last one of the line.
+void make_name_one_word(std::string& line) {
+    const std::size_t open = line.find('(');
+    const std::size_t close = line.rfind(')');
+    if (open < close && close != line.npos)
+        std::replace_if(line.begin() + static_cast<std::ptrdiff_t>(open),
+                        line.begin() + static_cast<std::ptrdiff_t>(close), ends_word, '_');
+}
+
+// Reads a file that the kernel writes as one record: a short read is its end.
+int read_record(int folder, const char* path, std::string& text) {
+    text.clear();
+    const descriptor file(openat(folder, path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (file.fd == -1)
+        return -errno;
+    char part[4096];
+    ssize_t size = 0;
+    do {
+        size = read(file.fd, part, sizeof part);
+        if (size > 0)
+            text.append(part, static_cast<std::size_t>(size));
+    } while ((size == sizeof part && text.size() < host::file_limit) ||
+             (size == -1 && errno == EINTR));
+    if (size != -1)
+        return 0;
+    text.clear();
+    return -errno;
+}
+
+int open_folder(const std::string& path) {
+    const int folder = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    return folder == -1 ? -errno : folder;
+}
 } // namespace
 
-int read_process_stat(const host& env, std::int32_t pid, std::string& text) {
-    const int error = read_file_of(env, pid, "stat", text);
-    // The name itself may hold parentheses: it ends at the last one of the line.
-    const std::size_t open = text.find('(');
-    const std::size_t close = text.rfind(')');
-    if (open < close && close != text.npos)
-        std::replace_if(text.begin() + static_cast<std::ptrdiff_t>(open),
-                        text.begin() + static_cast<std::ptrdiff_t>(close), ends_word, '_');
+process_folder::process_folder(const host& env, std::int32_t pid)
+    : folder_(pid > 0 ? open_folder(env.path("/proc/" + std::to_string(pid))) : -ESRCH) {
+    if (folder_.fd == -ENOENT || folder_.fd == -ENOTDIR)
+        folder_.fd = -ESRCH;
+}
+
+int process_folder::read_stat(std::string& text) const {
+    text.clear();
+    const int error = folder_.fd < 0 ? folder_.fd : read_record(folder_.fd, "stat", text);
+    make_name_one_word(text);
     return error;
 }
 
-int read_process_io(const host& env, std::int32_t pid, std::string& text) {
-    return read_file_of(env, pid, "io", text);
+all_processes::all_processes(const host& env) : folder_(open_folder(env.path("/proc"))) {}
+
+int all_processes::read_stat(std::int32_t pid, std::string& text) const {
+    const int error = read_file_of(pid, "stat", text);
+    make_name_one_word(text);
+    return error;
 }
 
-std::vector<std::int32_t> list_processes(const host& env, std::size_t limit) {
-    std::vector<std::int32_t> pids;
-    const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(env.path("/proc").c_str()), closedir);
-    if (!folder)
-        return pids;
+int all_processes::read_io(std::int32_t pid, std::string& text) const {
+    return read_file_of(pid, "io", text);
+}
+
+int all_processes::open_descriptors(std::int32_t pid) const {
+    char path[32];
+    std::snprintf(path, sizeof path, "%d/fd", pid);
+    const int folder = openat(folder_.fd, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    return folder == -1 ? -errno : folder;
+}
+
+int all_processes::read_file_of(std::int32_t pid, const char* name, std::string& text) const {
+    text.clear();
+    if (pid <= 0 || folder_.fd == -ENOENT)
+        return -ESRCH;
+    if (folder_.fd < 0)
+        return folder_.fd;
+    char path[32];
+    std::snprintf(path, sizeof path, "%d/%s", pid, name);
+    const int error = read_record(folder_.fd, path, text);
+    if (error != -ENOENT)
+        return error;
+    // Not every kernel has every file; a process that ended has none.
+    *std::strchr(path, '/') = '\0';
+    return faccessat(folder_.fd, path, F_OK, 0) == -1 ? -ESRCH : error;
+}
+
+int all_processes::list(std::size_t limit, std::vector<std::int32_t>& pids) const {
+    pids.clear();
+    if (folder_.fd < 0)
+        return folder_.fd;
+    const int again = openat(folder_.fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (again == -1)
+        return -errno;
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(fdopendir(again), closedir);
+    if (!folder) {
+        close(again);
+        return -ENOMEM;
+    }
     while (pids.size() < limit) {
         const dirent* entry = readdir(folder.get());
         if (entry == nullptr)
@@ -59,7 +127,7 @@ std::vector<std::int32_t> list_processes(const host& env, std::size_t limit) {
             pids.push_back(pid);
     }
     std::sort(pids.begin(), pids.end());
-    return pids;
+    return 0;
 }
 
 bool parse_process_stat(std::string_view line, process_status& status) {

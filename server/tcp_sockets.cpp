@@ -1,6 +1,8 @@
 // Asking the kernel for TCP sockets with their connections' counters.
 #include "tcp_sockets.h"
 
+#include "descriptor.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -14,7 +16,6 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 namespace monsrv {
 
@@ -35,17 +36,6 @@ enum tcp_state {
 constexpr std::uint32_t with_connection = 1U << established | 1U << syn_sent | 1U << fin_wait1 |
                                           1U << fin_wait2 | 1U << close_wait | 1U << last_ack |
                                           1U << closing;
-
-struct descriptor {
-    explicit descriptor(int number) : fd(number) {}
-    ~descriptor() {
-        if (fd != -1)
-            close(fd);
-    }
-    descriptor(const descriptor&) = delete;
-    descriptor& operator=(const descriptor&) = delete;
-    int fd;
-};
 
 int ask(int fd, int family) {
     struct {
@@ -70,6 +60,24 @@ Field read_field(const rtattr* attribute, std::size_t offset) {
     return value;
 }
 
+// Bytes sent and acknowledged. The kernel also counts a SYN and a FIN of ours as one byte each;
+// they show once all data is acknowledged, for those that it counts as sent are data only.
+std::uint64_t acknowledged(const rtattr* info) {
+    const auto acked = read_field<std::uint64_t>(info, offsetof(tcp_info, tcpi_bytes_acked));
+    const auto sent = read_field<std::uint64_t>(info, offsetof(tcp_info, tcpi_bytes_sent)) -
+                      read_field<std::uint64_t>(info, offsetof(tcp_info, tcpi_bytes_retrans));
+    const bool tells_sent = // kernels before 4.19 do not
+        RTA_PAYLOAD(info) >= offsetof(tcp_info, tcpi_bytes_retrans) + sizeof sent;
+    return tells_sent && acked > sent && acked - sent <= 2 ? sent : acked;
+}
+
+// Bytes received. The kernel also counts the other end's FIN as one byte.
+std::uint64_t received(const rtattr* info, int state) {
+    const auto bytes = read_field<std::uint64_t>(info, offsetof(tcp_info, tcpi_bytes_received));
+    const bool ended = state == close_wait || state == last_ack || state == closing;
+    return bytes - (ended && bytes > 0 ? 1 : 0);
+}
+
 void add_socket(nlmsghdr* head, std::vector<tcp_socket>& sockets) {
     if (head->nlmsg_len < NLMSG_LENGTH(sizeof(inet_diag_msg)))
         return;
@@ -84,9 +92,7 @@ void add_socket(nlmsghdr* head, std::vector<tcp_socket>& sockets) {
     for (auto* attribute = reinterpret_cast<rtattr*>(message + 1); RTA_OK(attribute, left);
          attribute = RTA_NEXT(attribute, left))
         if (attribute->rta_type == INET_DIAG_INFO)
-            found.bytes =
-                read_field<std::uint64_t>(attribute, offsetof(tcp_info, tcpi_bytes_acked)) +
-                read_field<std::uint64_t>(attribute, offsetof(tcp_info, tcpi_bytes_received));
+            found.bytes = acknowledged(attribute) + received(attribute, message->idiag_state);
     sockets.push_back(found);
 }
 
@@ -142,7 +148,16 @@ int list_tcp_sockets(clock_type::time_point deadline, std::vector<tcp_socket>& s
         if (const int error = list_family(netlink.fd, family, deadline, sockets); error < 0)
             return error;
     }
+    std::sort(sockets.begin(), sockets.end(),
+              [](const tcp_socket& a, const tcp_socket& b) { return a.inode < b.inode; });
     return 0;
+}
+
+const tcp_socket* find_socket(const std::vector<tcp_socket>& sockets, std::uint32_t inode) {
+    const auto found = std::lower_bound(
+        sockets.begin(), sockets.end(), inode,
+        [](const tcp_socket& each, std::uint32_t wanted) { return each.inode < wanted; });
+    return found != sockets.end() && found->inode == inode ? &*found : nullptr;
 }
 
 } // namespace monsrv

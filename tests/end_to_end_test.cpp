@@ -47,9 +47,10 @@ double figure(const std::string& text, const std::string& pattern) {
 std::pair<double, double> totals(int pid) {
     std::string text;
     monsrv::process_status status;
-    monsrv::read_process_stat(monsrv::host("/"), pid, text);
+    const monsrv::all_processes processes(monsrv::host("/"));
+    processes.read_stat(pid, text);
     monsrv::parse_process_stat(text, status);
-    monsrv::read_process_io(monsrv::host("/"), pid, text);
+    processes.read_io(pid, text);
     return {static_cast<double>(status.run_ticks) / 100,
             static_cast<double>(monsrv::storage_bytes(text)) / 1024};
 }
@@ -112,9 +113,11 @@ TEST(end_to_end, recovers_when_the_server_is_back_and_fails_when_it_stays_away) 
     const int port = server->port;
     moncl given_up("cpu 0.2 4", port);
     moncl cpu("cpu 0.2", port);
-    moncl net("net -i 0.1 --pid " + std::to_string(getpid()), port);
+    const bool counts = *TEST_EMULATOR == '\0'; // it has no socket diagnostics
+    moncl net("net -i 0.1" + (counts ? " --pid " + std::to_string(getpid()) : ""), port);
+    const std::string last = counts ? "Kbytes/s\n" : "lo ";
     given_up.read_until("usage");
-    net.read_until("Kbytes/s\n");
+    net.read_until(last);
     server.reset();
     cpu.read_until("no answer from " + at(port) + ", trying again\n", true);
     given_up.ends(1);
@@ -123,19 +126,17 @@ TEST(end_to_end, recovers_when_the_server_is_back_and_fails_when_it_stays_away) 
     cpu.read_until("usage");
     // The restarted server is told the process again, and counts what it sends and receives.
     net.read_until("is back\n", true);
-    net.read_until("Kbytes/s\n");
-    auto counted = [&net] { return figure(net.out.substr(net.out.rfind("total ")), "l (\\d+) b"); };
-    const double before = counted();
-    ASSERT_TRUE(pair.carry_50000());
-    const double sent = *TEST_EMULATOR == '\0' ? 100000 : 0; // it has no socket diagnostics
-    for (int i = 0; i < 100 && counted() < before + sent; ++i)
-        net.read_until("Kbytes/s\n");
-    EXPECT_EQ(counted(), before + sent);
-    std::vector<monsrv::tcp_socket> sockets; // each end by itself; a SYN counts as a byte
-    monsrv::list_tcp_sockets(std::chrono::steady_clock::now() + std::chrono::seconds(5), sockets);
-    EXPECT_EQ(std::count_if(sockets.begin(), sockets.end(),
-                            [](const auto& socket) { return socket.bytes / 2 == 25000; }),
-              sent / 50000);
+    net.read_until(last);
+    if (counts) {
+        auto total = [&net] {
+            return figure(net.out.substr(net.out.rfind("total ")), "l (\\d+) b");
+        };
+        const double before = total();
+        ASSERT_TRUE(pair.carry_50000());
+        for (int i = 0; i < 100 && total() < before + 100000; ++i)
+            net.read_until(last);
+        EXPECT_EQ(total(), before + 100000);
+    }
     child_process second({MONSRV_PROGRAM, "--port", std::to_string(port)});
     EXPECT_EQ(second.wait(), 1);
     EXPECT_EQ(second.err, "monsrv: cannot listen at " + at(port) + ": Address already in use\n");
@@ -182,8 +183,8 @@ TEST(end_to_end, commands_report_a_tree_of_files) {
         {"thermal", 0, "Thermal\\(mC\\): +- +45500 +Cooling_stat: +2 +\n"},
         {"thermal --cooling 1", 1, ""},
         {"ion", 0, "no ion heaps\n"},
-        {"net -i 0.1 -n 1 --pid 7 --pid 5 --pid 7", 0,
-         "Net   Rate\\(KB/s\\)\nlo    0.00\npid:5, total 0 bytes, rate:0.00 Kbytes/s\npid:7, .*\n"},
+        {"net -i 0.1 -n 1", 0, "Net   Rate\\(KB/s\\)\nlo    0.00\n"},
+        {"net -i 0.1 -n 1 --pid 7", 1, ""},
         {"net --pid 0", 2, ""},
         {"summary -i 0.1 -n 1", 0,
          "memory    1.0M available of 2.0M: .*\ndisk      vda +0.0 KB/s read +0.0 KB/s written\n"

@@ -2,9 +2,13 @@
 #include "child_process.h"
 #include "cpu_list.h"
 #include "cpu_stat_manager.h"
+#include "loopback_pair.h"
 #include "manager_support.h"
 #include "running_server.h"
 #include "sampler_asker.h"
+
+#include <cmath>
+#include <ctime>
 
 namespace {
 struct process_samplers : testing::Test {
@@ -85,6 +89,60 @@ TEST_F(process_samplers, rank_processes_over_their_lives_and_then_since_the_answ
     EXPECT_EQ(top("105.00", 3).substr(0, 4), "300 ");
     EXPECT_EQ(table.pid_num, 146);
     EXPECT_EQ(table.send_pid_info[145].pid, 155);
+}
+
+TEST_F(process_samplers, say_what_is_unknown) {
+    put(3, "p");
+    std::filesystem::remove(tree.root() + "/proc/3/io");
+    top("103.00");
+    EXPECT_TRUE(std::isnan(table.send_pid_info[0].io_per_second));
+    EXPECT_TRUE(std::isnan(table.send_pid_info[0].net_band)) << "no sockets in a tree of files";
+    EXPECT_EQ(table.send_pid_info[0].nnu_usage, 0);
+}
+
+TEST_F(process_samplers, deal_out_the_load_of_the_simulated_cores) {
+    const monsrv::simulated_board board(1);
+    for (int processes = 1; processes <= 6; ++processes) {
+        put(processes, "p");
+        sampler_asker with_board(tree.root(), board);
+        const auto load = board.now().nnu_load;
+        EXPECT_EQ(with_board.ask(0xAE02, 8), 0);
+        table = with_board.record<top_pid_info>(0);
+        float sum = 0;
+        for (const pid_msg& row : table.send_pid_info)
+            sum += row.nnu_usage;
+        EXPECT_NEAR(sum, static_cast<float>(load[0] + load[1]) / 10, 2) << processes;
+        EXPECT_EQ(table.send_pid_info[4].nnu_usage, 0);
+    }
+}
+
+// The rate lies between those over the longest and the shortest time the answers can be apart.
+TEST(process_network, shows_in_the_table_of_busiest_processes) {
+    if (*TEST_EMULATOR != '\0')
+        GTEST_SKIP() << "no socket diagnostics";
+    const loopback_pair pair;
+    sampler_asker asker("/");
+    auto bytes_per_second = [&asker] {
+        // A process that has not run may be no row of the table.
+        for (const auto until = std::clock() + CLOCKS_PER_SEC / 20; std::clock() < until;) {
+        }
+        EXPECT_EQ(asker.ask(0xAE02, 8), 0);
+        const auto table = asker.record<top_pid_info>(0);
+        const auto* end = table.send_pid_info + table.pid_num;
+        const auto* own = std::find_if(table.send_pid_info, end,
+                                       [](const pid_msg& row) { return row.pid == getpid(); });
+        return own == end ? -1 : own->net_band * 1024;
+    };
+    using clock = std::chrono::steady_clock;
+    const auto start = clock::now();
+    EXPECT_TRUE(std::isnan(bytes_per_second())) << "nothing to compare with";
+    const auto first = clock::now();
+    ASSERT_TRUE(pair.carry_50000());
+    const std::chrono::duration<double> least = clock::now() - first;
+    const double rate = bytes_per_second();
+    const std::chrono::duration<double> most = clock::now() - start;
+    EXPECT_TRUE(rate * most.count() >= 99999 && rate * least.count() <= 100001) << rate;
+    EXPECT_EQ(bytes_per_second(), 0);
 }
 } // namespace
 

@@ -1,6 +1,8 @@
 // The table of busiest processes.
 #include "mon_cpu.h"
+#include "platform_log.h"
 #include "process_files.h"
+#include "process_network.h"
 #include "sampler.h"
 
 #include <algorithm>
@@ -17,6 +19,11 @@ namespace {
 // What one answer may cost: beyond these the processes of the highest ids are left out.
 constexpr std::size_t processes_max = 32768;
 constexpr std::chrono::milliseconds time_max{500};
+// What looking at the shown processes' sockets may take: the descriptors of one process, those of
+// all, and with the kernel's list of sockets.
+constexpr std::chrono::milliseconds descriptors_max{10};
+constexpr std::chrono::milliseconds all_descriptors_max{60};
+constexpr std::chrono::milliseconds network_max{100};
 // Clients whose previous answer is remembered; the one that asked longest ago makes room.
 constexpr std::size_t clients_max = 32;
 
@@ -25,8 +32,10 @@ struct process_totals {
     std::int32_t pid;
     std::uint64_t start_ticks; // tells a process from an earlier one of the same id
     std::uint64_t run_ticks;
-    std::uint64_t io_bytes;
+    double io_bytes; // not a number if they may not be read
 };
+
+constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
 
 // All that was read for one answer.
 struct snapshot {
@@ -38,12 +47,11 @@ struct snapshot {
 struct base {
     double seconds;
     std::uint64_t run_ticks = 0;
-    std::uint64_t io_bytes = 0;
+    double io_bytes = 0;
 };
 
-double ticks_per_second() {
-    return static_cast<double>(sysconf(_SC_CLK_TCK));
-}
+const double ticks_per_second = static_cast<double>(sysconf(_SC_CLK_TCK));
+const std::int64_t page_size = sysconf(_SC_PAGESIZE);
 
 // The clock that start times are counted on. A tree of files has stopped with its own.
 double read_uptime(const host& env) {
@@ -59,7 +67,7 @@ double read_uptime(const host& env) {
 // The answer before this one if there was one, else the process's start: so the first table already
 // ranks processes, as averages of their lives, and a tree of files shows more than zeros.
 base base_of(const process_totals& now, const snapshot* before, double uptime) {
-    const double tick = 1 / ticks_per_second();
+    const double tick = 1 / ticks_per_second;
     const double started = static_cast<double>(now.start_ticks) * tick;
     if (before != nullptr && uptime > before->uptime) {
         const double elapsed = uptime - before->uptime;
@@ -75,10 +83,6 @@ base base_of(const process_totals& now, const snapshot* before, double uptime) {
     return {std::max(uptime - started, tick)};
 }
 
-double growth(std::uint64_t from, std::uint64_t to) {
-    return to > from ? static_cast<double>(to - from) : 0;
-}
-
 std::int16_t to_int16(std::int64_t value) {
     using limits = std::numeric_limits<std::int16_t>;
     return static_cast<std::int16_t>(std::clamp<std::int64_t>(value, limits::min(), limits::max()));
@@ -92,26 +96,59 @@ pid_msg make_row(const process_status& status, const process_totals& now, const 
     row.state = status.state;
     row.priority = to_int16(status.priority);
     row.processor = to_int16(status.processor);
+    // In this order, std::max passes on what is not a number.
     row.io_per_second =
-        static_cast<float>(growth(since.io_bytes, now.io_bytes) / 1024 / since.seconds);
-    row.process_usage = static_cast<float>(growth(since.run_ticks, now.run_ticks) /
-                                           ticks_per_second() / since.seconds * 100);
+        static_cast<float>(std::max(now.io_bytes - since.io_bytes, 0.0) / 1024 / since.seconds);
+    const std::uint64_t ticks = now.run_ticks - std::min(since.run_ticks, now.run_ticks);
+    row.process_usage =
+        static_cast<float>(static_cast<double>(ticks) / ticks_per_second / since.seconds * 100);
+    row.net_band = static_cast<float>(unknown);
     constexpr std::int64_t pages_max = std::numeric_limits<std::int64_t>::max() >> 24;
-    row.rss = std::clamp<std::int64_t>(status.rss_pages, 0, pages_max) * sysconf(_SC_PAGESIZE);
+    row.rss = std::clamp<std::int64_t>(status.rss_pages, 0, pages_max) * page_size;
     return row;
 }
 
-void add_table(std::vector<pid_msg>& rows, reply& answer) {
+// Leaves the rows that fit into the table, the busiest first.
+void choose_rows(std::vector<pid_msg>& rows) {
     const auto shown = std::min<std::size_t>(rows.size(), top_pid_rows);
-    const auto end = rows.begin() + static_cast<std::ptrdiff_t>(shown);
-    std::partial_sort(rows.begin(), end, rows.end(), [](const pid_msg& a, const pid_msg& b) {
-        return a.process_usage != b.process_usage ? a.process_usage > b.process_usage
-                                                  : a.pid < b.pid;
-    });
-    top_pid_info table{};
-    table.pid_num = static_cast<std::int32_t>(shown);
-    std::copy(rows.begin(), end, table.send_pid_info);
-    answer.add_record(table);
+    std::partial_sort(rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(shown), rows.end(),
+                      [](const pid_msg& a, const pid_msg& b) {
+                          return a.process_usage != b.process_usage
+                                     ? a.process_usage > b.process_usage
+                                     : a.pid < b.pid;
+                      });
+    rows.resize(shown);
+}
+
+// Fills in what the processes' sockets have carried since @p rates was updated before. A rate that
+// cannot be known in time stays unknown.
+void add_network(const all_processes& processes, socket_rates& rates, std::vector<pid_msg>& rows) {
+    const auto start = std::chrono::steady_clock::now();
+    std::vector<std::pair<pid_msg*, std::vector<std::uint32_t>>> known;
+    for (pid_msg& row : rows) {
+        const auto now = std::chrono::steady_clock::now();
+        if (now > start + all_descriptors_max)
+            break;
+        std::vector<std::uint32_t> inodes;
+        if (list_socket_inodes(processes.open_descriptors(row.pid), now + descriptors_max,
+                               inodes) == 0)
+            known.emplace_back(&row, std::move(inodes));
+    }
+    std::vector<tcp_socket> sockets;
+    if (list_tcp_sockets(start + network_max, sockets) < 0)
+        return;
+    rates.update(std::move(sockets), std::chrono::steady_clock::now());
+    for (const auto& [row, inodes] : known)
+        row->net_band = static_cast<float>(rates.rate(inodes) / 1024);
+}
+
+// Deals the simulated cores' load out: on each core two of the four busiest processes work.
+void add_accelerator(const board_figures& board, std::vector<pid_msg>& rows) {
+    for (std::size_t core = 0; core < board.nnu_load.size() && !rows.empty(); ++core) {
+        const float load = static_cast<float>(board.nnu_load[core]) / 10;
+        rows[std::min(2 * core, rows.size() - 1)].nnu_usage += load * 0.75F;
+        rows[std::min(2 * core + 1, rows.size() - 1)].nnu_usage += load * 0.25F;
+    }
 }
 
 // Builds tables, and remembers for each client what the previous one was made from.
@@ -121,50 +158,78 @@ public:
 
     int answer(std::uint8_t client_id, reply& answer) {
         const auto deadline = std::chrono::steady_clock::now() + time_max;
+        const all_processes processes(env_);
+        std::vector<std::int32_t> pids;
+        if (const int error = processes.list(processes_max + 1, pids); error < 0)
+            return error;
         const auto known = previous_.find(client_id);
-        const snapshot* before = known != previous_.end() ? &known->second : nullptr;
         snapshot now;
         now.uptime = read_uptime(env_);
+        now.processes.reserve(pids.size());
         std::vector<pid_msg> rows;
-        for (const std::int32_t pid : list_processes(env_, processes_max)) {
-            if (std::chrono::steady_clock::now() > deadline)
-                break;
-            add_process(pid, before, now, rows);
-        }
-        add_table(rows, answer);
-        remember(client_id, std::move(now));
+        std::size_t looked_at = 0;
+        const std::size_t most = std::min(pids.size(), processes_max);
+        while (looked_at < most && std::chrono::steady_clock::now() <= deadline)
+            add_process(processes, pids[looked_at++],
+                        known != previous_.end() ? &known->second.seen : nullptr, now, rows);
+        log_left_out(looked_at, pids.size() - looked_at);
+        choose_rows(rows);
+        client& asking = remember(client_id, std::move(now));
+        if (env_.is_live())
+            add_network(processes, asking.sockets, rows);
+        if (env_.board() != nullptr)
+            add_accelerator(env_.board()->now(), rows);
+        top_pid_info table{};
+        table.pid_num = static_cast<std::int32_t>(rows.size());
+        std::copy(rows.begin(), rows.end(), table.send_pid_info);
+        answer.add_record(table);
         return 0;
     }
 
     void forget(std::uint8_t client_id) { previous_.erase(client_id); }
 
 private:
+    struct client {
+        snapshot seen;
+        socket_rates sockets;
+    };
+
     // Adds nothing for a process that has ended since it was listed.
-    void add_process(std::int32_t pid, const snapshot* before, snapshot& now,
-                     std::vector<pid_msg>& rows) {
+    void add_process(const all_processes& processes, std::int32_t pid, const snapshot* before,
+                     snapshot& now, std::vector<pid_msg>& rows) {
         process_status status;
-        if (read_process_stat(env_, pid, stat_) < 0 || !parse_process_stat(stat_, status))
+        if (processes.read_stat(pid, stat_) < 0 || !parse_process_stat(stat_, status))
             return;
-        process_totals totals{pid, status.start_ticks, status.run_ticks, 0};
-        if (read_process_io(env_, pid, io_) == 0)
-            totals.io_bytes = storage_bytes(io_);
+        process_totals totals{pid, status.start_ticks, status.run_ticks, unknown};
+        if (processes.read_io(pid, io_) == 0)
+            totals.io_bytes = static_cast<double>(storage_bytes(io_));
         rows.push_back(make_row(status, totals, base_of(totals, before, now.uptime)));
         now.processes.push_back(totals);
     }
 
-    void remember(std::uint8_t client_id, snapshot now) {
-        previous_[client_id] = std::move(now);
-        if (previous_.size() <= clients_max)
-            return;
-        previous_.erase(
-            std::min_element(previous_.begin(), previous_.end(), [](const auto& a, const auto& b) {
-                return a.second.uptime < b.second.uptime;
-            }));
+    void log_left_out(std::size_t looked_at, std::size_t left_out) {
+        if (left_out > 0 && !left_out_)
+            __android_log_print(ANDROID_LOG_ERROR, "MONSRV",
+                                "processes beyond the first %zu are not in the table of busiest "
+                                "ones: too many, or too slow to read\n",
+                                looked_at);
+        left_out_ = left_out > 0;
+    }
+
+    client& remember(std::uint8_t client_id, snapshot now) {
+        previous_[client_id].seen = std::move(now);
+        if (previous_.size() > clients_max)
+            previous_.erase(std::min_element(previous_.begin(), previous_.end(),
+                                             [](const auto& a, const auto& b) {
+                                                 return a.second.seen.uptime < b.second.seen.uptime;
+                                             }));
+        return previous_[client_id];
     }
 
     const host& env_;
-    std::map<std::uint8_t, snapshot> previous_;
-    std::string stat_; // kept to be reused
+    std::map<std::uint8_t, client> previous_;
+    bool left_out_ = false; // from the latest table
+    std::string stat_;      // kept to be reused
     std::string io_;
 };
 

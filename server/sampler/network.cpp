@@ -3,19 +3,17 @@
 // Every client has a set of its own. Devices are always answered; processes only from start to
 // exit, so that a client that went through neither costs no walk over all sockets. Exit forgets the
 // set, and so does a client that gives its id back. Clients without an id share one set.
+#include "platform_log.h"
+#include "process_files.h"
+#include "process_network.h"
 #include "sampler.h"
-
-#include "tcp_sockets.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <dirent.h>
+#include <fcntl.h>
 #include <memory>
 #include <sstream>
-#include <unistd.h>
-#include <unordered_map>
 
 namespace monsrv {
 namespace {
@@ -27,7 +25,6 @@ constexpr std::size_t device_record_size = device_name_size + 8;
 constexpr std::chrono::milliseconds patience{300};
 
 using clock_type = std::chrono::steady_clock;
-using sockets_by_inode = std::unordered_map<std::uint32_t, const tcp_socket*>;
 
 struct device {
     std::string name;
@@ -57,71 +54,85 @@ std::vector<device> read_devices(const std::string& text) {
     return devices;
 }
 
-struct free_directory {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
-
-// The inodes of a process's sockets, in `inodes`.
-// Returns whether they are all there; a process that cannot be looked into has none.
-bool list_socket_inodes(const std::string& folder, clock_type::time_point deadline,
-                        std::vector<std::uint32_t>& inodes) {
-    const std::unique_ptr<DIR, free_directory> directory(opendir(folder.c_str()));
-    if (!directory)
-        return true;
-    constexpr std::string_view prefix = "socket:[";
-    while (const dirent* each = readdir(directory.get())) {
-        char link[64];
-        const ssize_t n = readlinkat(dirfd(directory.get()), each->d_name, link, sizeof link - 1);
-        if (n > 0 && std::string_view(link, static_cast<std::size_t>(n)).rfind(prefix, 0) == 0) {
-            link[n] = '\0';
-            inodes.push_back(
-                static_cast<std::uint32_t>(std::strtoul(link + prefix.size(), nullptr, 10)));
-        }
-        if (clock_type::now() > deadline)
-            return false;
-    }
-    return true;
+// Opens the folder of a process's descriptors, or returns a negated errno.
+int open_descriptors(const process_folder& process) {
+    if (process.number() < 0)
+        return process.number();
+    const int folder = openat(process.number(), "fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    return folder == -1 ? -errno : folder;
 }
 
-/// What one process has carried, as far as it was seen.
-class process_bytes {
+/// One registered process. It is the one that had the id at that time: when it has ended, its total
+/// stays, and a process that is given the same id is not taken for it.
+class watched_process {
 public:
-    /// Takes in the process's sockets.
-    /// @param all whether they are all of them; then the others it had are closed, and their bytes
-    ///            stay in the total
-    void update(const std::vector<std::uint32_t>& inodes, const sockets_by_inode& sockets,
-                bool all) {
-        std::unordered_map<std::uint64_t, std::uint64_t> now;
-        for (const std::uint32_t inode : inodes)
-            if (const auto found = sockets.find(inode); found != sockets.end())
-                now[found->second->cookie] = found->second->bytes;
-        for (const auto& [cookie, bytes] : open_) {
-            if (now.count(cookie) != 0)
-                now[cookie] = std::max(now[cookie], bytes);
-            else if (all)
-                closed_ += bytes;
-            else
-                now[cookie] = bytes;
-        }
-        open_ = std::move(now);
+    watched_process(const host& env, std::int32_t pid) : env_(env), pid_(pid) {
+        error_ = look_up(process_folder(env_, pid_), start_ticks_);
     }
 
-    std::uint64_t total() const {
-        std::uint64_t sum = closed_;
-        for (const auto& each : open_)
-            sum += each.second;
-        return sum;
+    /// Whether the process is there and may be looked into.
+    /// @return 0, or a negated errno: -ESRCH once it has ended, -EACCES
+    int check() {
+        const process_folder process(env_, pid_);
+        std::vector<std::uint32_t> inodes;
+        return error_ == -ESRCH ? -ESRCH : list(process, clock_type::now() + patience, inodes);
     }
+
+    /// Lists the process's sockets, for `update` to count.
+    void look(clock_type::time_point deadline) {
+        inodes_.clear();
+        if (error_ != -ESRCH)
+            set_error(list(process_folder(env_, pid_), deadline, inodes_));
+    }
+    /// Counts what the latest `look` found. Without that, nothing changes.
+    void update(const std::vector<tcp_socket>& sockets) {
+        traffic_.update(inodes_, error_ == 0 || error_ == -ESRCH, sockets);
+    }
+
+    std::uint64_t total() const { return traffic_.total(); }
 
 private:
-    std::unordered_map<std::uint64_t, std::uint64_t> open_; // by socket cookie
-    std::uint64_t closed_ = 0;
+    static int look_up(const process_folder& process, std::uint64_t& start_ticks) {
+        std::string text;
+        if (const int error = process.read_stat(text); error < 0)
+            return error;
+        process_status status;
+        if (!parse_process_stat(text, status))
+            return -EIO;
+        start_ticks = status.start_ticks;
+        return 0;
+    }
+
+    int list(const process_folder& process, clock_type::time_point deadline,
+             std::vector<std::uint32_t>& inodes) const {
+        std::uint64_t start_ticks = 0;
+        if (const int error = look_up(process, start_ticks); error < 0)
+            return error;
+        if (start_ticks != start_ticks_)
+            return -ESRCH;
+        return list_socket_inodes(open_descriptors(process), deadline, inodes);
+    }
+
+    void set_error(int error) {
+        if (error != error_ && error < 0 && error != -ESRCH)
+            __android_log_print(ANDROID_LOG_ERROR, "MONSRV",
+                                "sockets of process %d cannot be read, its bytes stay: %s\n", pid_,
+                                std::strerror(-error));
+        error_ = error;
+    }
+
+    const host& env_;
+    std::int32_t pid_;
+    std::uint64_t start_ticks_ = 0;
+    int error_ = 0; // of the latest look; -ESRCH stays
+    std::vector<std::uint32_t> inodes_;
+    process_traffic traffic_;
 };
 
 /// The registered set of one client.
 struct registered_set {
     bool started = false;
-    std::map<std::int32_t, process_bytes> processes;
+    std::map<std::int32_t, watched_process> processes;
 };
 
 class network {
@@ -133,10 +144,19 @@ public:
         if (pid <= 0)
             return -EINVAL;
         auto& processes = clients_[asked.client_id].processes;
-        if (processes.size() >= most_processes && processes.count(pid) == 0)
+        if (const auto known = processes.find(pid); known != processes.end())
+            return known->second.check();
+        if (processes.size() >= most_processes)
             return -ENOSPC;
-        processes.try_emplace(pid);
-        return 0;
+        if (!env_.is_live()) // a tree of files has no sockets
+            return process_folder(env_, pid).number() < 0 ? -ESRCH : -ENOTSUP;
+        watched_process process(env_, pid);
+        int error = process.check();
+        if (error == 0)
+            error = check_sockets();
+        if (error == 0)
+            processes.emplace(pid, std::move(process));
+        return error;
     }
 
     int remove(const request& asked) {
@@ -179,42 +199,54 @@ private:
         answer.add_record(bytes);
     }
 
-    std::vector<process_net_s> sample_processes(registered_set& set) const {
+    std::vector<process_net_s> sample_processes(registered_set& set) {
         std::vector<process_net_s> records;
         if (!set.started)
             return records;
-        if (env_.is_live() && !set.processes.empty())
+        if (!set.processes.empty())
             look_at_sockets(set);
-        for (const auto& [pid, bytes] : set.processes) {
+        for (const auto& [pid, process] : set.processes) {
             process_net_s record;
             std::memset(&record, 0, sizeof record); // padding goes over the wire, too
             record.pid = pid;
-            record.total = bytes.total();
+            record.total = process.total();
             records.push_back(record);
         }
         return records;
     }
 
+    // A kernel may be built without the means to list sockets.
+    int check_sockets() {
+        if (!can_list_sockets_) {
+            std::vector<tcp_socket> sockets;
+            const int error = list_tcp_sockets(clock_type::now() + patience, sockets);
+            can_list_sockets_ = error == 0 || error == -ETIMEDOUT;
+        }
+        return can_list_sockets_ ? 0 : -ENOTSUP;
+    }
+
     // Descriptors before sockets: one opened in between is seen next time, with all its bytes.
-    void look_at_sockets(registered_set& set) const {
+    void look_at_sockets(registered_set& set) {
         const clock_type::time_point deadline = clock_type::now() + patience;
-        std::map<std::int32_t, std::vector<std::uint32_t>> inodes;
-        bool all = true;
-        for (const auto& each : set.processes)
-            all = list_socket_inodes(env_.path("/proc/" + std::to_string(each.first) + "/fd"),
-                                     deadline, inodes[each.first]) &&
-                  all;
+        for (auto& each : set.processes)
+            each.second.look(deadline);
         std::vector<tcp_socket> sockets;
-        all = list_tcp_sockets(deadline, sockets) == 0 && all;
-        sockets_by_inode by_inode;
-        for (const tcp_socket& socket : sockets)
-            by_inode[socket.inode] = &socket;
-        for (auto& [pid, bytes] : set.processes)
-            bytes.update(inodes[pid], by_inode, all);
+        const int error = list_tcp_sockets(deadline, sockets);
+        if (error != list_error_ && error < 0)
+            __android_log_print(ANDROID_LOG_ERROR, "MONSRV",
+                                "TCP sockets cannot be listed, bytes of processes stay: %s\n",
+                                std::strerror(-error));
+        list_error_ = error;
+        if (error < 0)
+            return;
+        for (auto& each : set.processes)
+            each.second.update(sockets);
     }
 
     const host& env_;
     std::map<std::uint8_t, registered_set> clients_;
+    bool can_list_sockets_ = false;
+    int list_error_ = 0; // of the latest list
 };
 
 void install(sampler_table& table, const host& env) {

@@ -8,7 +8,7 @@ namespace {
 void install(sampler_table& table, const host& env) {
     table.on(cpu_command, cpu_request::process_io, [&env](const request& asked, reply& answer) {
         std::string text;
-        const int error = read_process_io(env, asked.number(), text);
+        const int error = all_processes(env).read_io(asked.number(), text);
         answer.add_lines(text);
         return error;
     });

@@ -31,6 +31,8 @@ public:
         return send(ends_[0], text.data(), text.size(), 0) == 50000 &&
                recv(ends_[1], text.data(), text.size(), MSG_WAITALL) == 50000;
     }
+    /// Lets the end that sent say that it sends no more.
+    void end_sending() const { shutdown(ends_[0], SHUT_WR); }
 
 private:
     int ends_[2] = {socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0),

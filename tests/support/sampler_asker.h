@@ -5,12 +5,15 @@
 #include "sampler.h"
 
 #include <cstring>
+#include <optional>
 #include <string>
 
 /// The samplers over one tree of files.
 class sampler_asker {
 public:
-    explicit sampler_asker(const std::string& root) : env_(root) {
+    explicit sampler_asker(const std::string& root,
+                           std::optional<monsrv::simulated_board> board = {})
+        : env_(root, board) {
         monsrv::install_samplers(table_, env_);
     }
 
