@@ -48,6 +48,11 @@ command_action configure(CLI::App& app) {
         ->check(CLI::Range(1, std::numeric_limits<int>::max()))
         ->allow_extra_args(false)
         ->option_text("PID");
+    app.footer(
+        "Bytes of a process are those of TCP data over the sockets that are open at a report, in "
+        "the "
+        "server's network namespace: not UDP, not connections that open and close between two "
+        "reports.");
     return [pids, when = add_schedule(app)](session& asking) {
         net_stat_manager manager(asking.new_connection());
         const std::set<int> watched(pids->begin(), pids->end());
