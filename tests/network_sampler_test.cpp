@@ -190,6 +190,8 @@ TEST(process_traffic, keeps_the_bytes_of_sockets_that_come_and_go) {
                  {"readable again", {1, 2}, true, {{91, 1, 150}, {92, 2, 10}}, 160},
                  {"one missed by the kernel", {1, 2}, true, {{92, 2, 20}}, 170},
                  {"and listed again", {1, 2}, true, {{91, 1, 200}, {92, 2, 20}}, 220},
+                 {"unreadable, and one missed", {}, false, {{92, 2, 20}}, 220},
+                 {"both back", {1, 2}, true, {{91, 1, 200}, {92, 2, 20}}, 220},
                  {"one handed to another", {2}, true, {{91, 1, 300}, {92, 2, 20}}, 220},
                  {"and handed back", {1, 2}, true, {{91, 1, 400}, {92, 2, 20}}, 420},
                  {"one closed", {2}, true, {{92, 2, 20}}, 420},

@@ -72,10 +72,12 @@ public:
 
     /// Whether the process is there and may be looked into.
     /// @return 0, or a negated errno: -ESRCH once it has ended, -EACCES
-    int check() {
-        const process_folder process(env_, pid_);
+    int check() const {
         std::vector<std::uint32_t> inodes;
-        return error_ == -ESRCH ? -ESRCH : list(process, clock_type::now() + patience, inodes);
+        const auto no_time = clock_type::now(); // one descriptor shows whether all may be read
+        const int error =
+            error_ == -ESRCH ? -ESRCH : list(process_folder(env_, pid_), no_time, inodes);
+        return error == -ETIMEDOUT ? 0 : error;
     }
 
     /// Lists the process's sockets, for `update` to count.
