@@ -92,12 +92,19 @@ TEST_F(process_samplers, rank_processes_over_their_lives_and_then_since_the_answ
 }
 
 TEST_F(process_samplers, say_what_is_unknown) {
+    auto io = [this](const std::string& uptime) {
+        top(uptime);
+        return line_of(table.send_pid_info[0].io_per_second);
+    };
     put(3, "p");
     std::filesystem::remove(tree.root() + "/proc/3/io");
-    top("103.00");
-    EXPECT_TRUE(std::isnan(table.send_pid_info[0].io_per_second));
+    EXPECT_EQ(io("103.00"), line_of(NAN));
     EXPECT_TRUE(std::isnan(table.send_pid_info[0].net_band)) << "no sockets in a tree of files";
     EXPECT_EQ(table.send_pid_info[0].nnu_usage, 0);
+    put(3, "p", 1, 100, 10240);
+    EXPECT_EQ(io("104.00"), line_of(NAN)) << "nothing to compare with";
+    put(3, "p", 1, 100, 20480);
+    EXPECT_EQ(io("106.00"), line_of(5));
 }
 
 TEST_F(process_samplers, deal_out_the_load_of_the_simulated_cores) {

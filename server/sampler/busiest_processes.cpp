@@ -19,6 +19,8 @@ namespace {
 // What one answer may cost: beyond these the processes of the highest ids are left out.
 constexpr std::size_t processes_max = 32768;
 constexpr std::chrono::milliseconds time_max{500};
+// When the I/O accounts of processes that are not shown are no longer read for the next answer.
+constexpr std::chrono::milliseconds accounts_max{100};
 // What looking at the shown processes' sockets may take: the descriptors of one process, those of
 // all, and with the kernel's list of sockets.
 constexpr std::chrono::milliseconds descriptors_max{10};
@@ -27,15 +29,17 @@ constexpr std::chrono::milliseconds network_max{100};
 // Clients whose previous answer is remembered; the one that asked longest ago makes room.
 constexpr std::size_t clients_max = 32;
 
+constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
+
 // The running totals of one process.
 struct process_totals {
     std::int32_t pid;
     std::uint64_t start_ticks; // tells a process from an earlier one of the same id
     std::uint64_t run_ticks;
-    double io_bytes; // not a number if they may not be read
+    bool ran;                  // since the answer before
+    double io_bytes = unknown; // not a number if they were not read
+    double io_time = 0;        // of reading them, in seconds since boot
 };
-
-constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
 
 // All that was read for one answer.
 struct snapshot {
@@ -46,8 +50,9 @@ struct snapshot {
 // The time that a process's figures are an average over, and the totals at its start.
 struct base {
     double seconds;
-    std::uint64_t run_ticks = 0;
-    double io_bytes = 0;
+    std::uint64_t run_ticks;
+    double io_bytes;
+    double io_time;
 };
 
 const double ticks_per_second = static_cast<double>(sysconf(_SC_CLK_TCK));
@@ -64,6 +69,14 @@ double read_uptime(const host& env) {
     return uptime;
 }
 
+// The process @p pid among @p processes; null if it is not there.
+const process_totals* find_process(const std::vector<process_totals>& processes, std::int32_t pid) {
+    const auto found = std::lower_bound(
+        processes.begin(), processes.end(), pid,
+        [](const process_totals& each, std::int32_t wanted) { return each.pid < wanted; });
+    return found != processes.end() && found->pid == pid ? &*found : nullptr;
+}
+
 // The answer before this one if there was one, else the process's start: so the first table already
 // ranks processes, as averages of their lives, and a tree of files shows more than zeros.
 base base_of(const process_totals& now, const snapshot* before, double uptime) {
@@ -71,16 +84,21 @@ base base_of(const process_totals& now, const snapshot* before, double uptime) {
     const double started = static_cast<double>(now.start_ticks) * tick;
     if (before != nullptr && uptime > before->uptime) {
         const double elapsed = uptime - before->uptime;
-        const auto& known = before->processes;
-        const auto found = std::lower_bound(
-            known.begin(), known.end(), now.pid,
-            [](const process_totals& each, std::int32_t pid) { return each.pid < pid; });
-        if (found != known.end() && found->pid == now.pid && found->start_ticks == now.start_ticks)
-            return {elapsed, found->run_ticks, found->io_bytes};
+        const process_totals* known = find_process(before->processes, now.pid);
+        if (known != nullptr && known->start_ticks == now.start_ticks)
+            return {elapsed, known->run_ticks, known->io_bytes, known->io_time};
         if (started + tick > before->uptime)
-            return {elapsed};
+            return {elapsed, 0, 0, before->uptime};
     }
-    return {std::max(uptime - started, tick)};
+    const double age = std::max(uptime - started, tick);
+    return {age, 0, 0, uptime - age};
+}
+
+// KB per second, or not a number if the bytes of now or of before are not known.
+float io_rate(const process_totals& now, const base& since) {
+    // In this order, std::max passes on what is not a number.
+    const double bytes = std::max(now.io_bytes - since.io_bytes, 0.0);
+    return static_cast<float>(bytes / 1024 / (now.io_time - since.io_time));
 }
 
 std::int16_t to_int16(std::int64_t value) {
@@ -96,9 +114,7 @@ pid_msg make_row(const process_status& status, const process_totals& now, const 
     row.state = status.state;
     row.priority = to_int16(status.priority);
     row.processor = to_int16(status.processor);
-    // In this order, std::max passes on what is not a number.
-    row.io_per_second =
-        static_cast<float>(std::max(now.io_bytes - since.io_bytes, 0.0) / 1024 / since.seconds);
+    row.io_per_second = static_cast<float>(unknown);
     const std::uint64_t ticks = now.run_ticks - std::min(since.run_ticks, now.run_ticks);
     row.process_usage =
         static_cast<float>(static_cast<double>(ticks) / ticks_per_second / since.seconds * 100);
@@ -157,23 +173,25 @@ public:
     explicit process_table(const host& env) : env_(env) {}
 
     int answer(std::uint8_t client_id, reply& answer) {
-        const auto deadline = std::chrono::steady_clock::now() + time_max;
+        const auto start = std::chrono::steady_clock::now();
         const all_processes processes(env_);
         std::vector<std::int32_t> pids;
         if (const int error = processes.list(processes_max + 1, pids); error < 0)
             return error;
         const auto known = previous_.find(client_id);
+        const snapshot* before = known != previous_.end() ? &known->second.seen : nullptr;
         snapshot now;
         now.uptime = read_uptime(env_);
         now.processes.reserve(pids.size());
         std::vector<pid_msg> rows;
         std::size_t looked_at = 0;
         const std::size_t most = std::min(pids.size(), processes_max);
-        while (looked_at < most && std::chrono::steady_clock::now() <= deadline)
-            add_process(processes, pids[looked_at++],
-                        known != previous_.end() ? &known->second.seen : nullptr, now, rows);
+        while (looked_at < most && std::chrono::steady_clock::now() <= start + time_max)
+            add_process(processes, pids[looked_at++], before, now, rows);
         log_left_out(looked_at, pids.size() - looked_at);
         choose_rows(rows);
+        add_io(processes, before, now, rows);
+        read_other_accounts(processes, now, start + accounts_max);
         client& asking = remember(client_id, std::move(now));
         if (env_.is_live())
             add_network(processes, asking.sockets, rows);
@@ -200,11 +218,41 @@ private:
         process_status status;
         if (processes.read_stat(pid, stat_) < 0 || !parse_process_stat(stat_, status))
             return;
-        process_totals totals{pid, status.start_ticks, status.run_ticks, unknown};
-        if (processes.read_io(pid, io_) == 0)
-            totals.io_bytes = static_cast<double>(storage_bytes(io_));
-        rows.push_back(make_row(status, totals, base_of(totals, before, now.uptime)));
+        process_totals totals{pid, status.start_ticks, status.run_ticks, true};
+        const base since = base_of(totals, before, now.uptime);
+        totals.ran = since.run_ticks != status.run_ticks;
+        rows.push_back(make_row(status, totals, since));
         now.processes.push_back(totals);
+    }
+
+    void read_account(const all_processes& processes, const snapshot& now, process_totals& totals) {
+        totals.io_time = env_.is_live() ? read_uptime(env_) : now.uptime;
+        if (processes.read_io(totals.pid, io_) == 0)
+            totals.io_bytes = static_cast<double>(storage_bytes(io_));
+    }
+
+    void add_io(const all_processes& processes, const snapshot* before, snapshot& now,
+                std::vector<pid_msg>& rows) {
+        for (pid_msg& row : rows) {
+            const auto at = find_process(now.processes, row.pid) - now.processes.data();
+            process_totals& totals = now.processes[static_cast<std::size_t>(at)];
+            read_account(processes, now, totals);
+            row.io_per_second = io_rate(totals, base_of(totals, before, now.uptime));
+        }
+    }
+
+    // For the next answer, which may show others: first of those that are likelier to be shown.
+    void read_other_accounts(const all_processes& processes, snapshot& now,
+                             std::chrono::steady_clock::time_point deadline) {
+        for (const bool ran : {true, false}) {
+            for (process_totals& each : now.processes) {
+                if (each.ran != ran || each.io_time != 0)
+                    continue;
+                if (std::chrono::steady_clock::now() > deadline)
+                    return;
+                read_account(processes, now, each);
+            }
+        }
     }
 
     void log_left_out(std::size_t looked_at, std::size_t left_out) {

@@ -4,6 +4,7 @@
 
 #include <netinet/in.h>
 #include <string>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
@@ -25,11 +26,18 @@ public:
             close(end);
     }
     /// Sends 50000 bytes from one end to the other.
-    /// @return whether all arrived
+    /// @return whether all arrived and were acknowledged
     bool carry_50000() const {
         std::string text(50000, 'x');
-        return send(ends_[0], text.data(), text.size(), 0) == 50000 &&
-               recv(ends_[1], text.data(), text.size(), MSG_WAITALL) == 50000;
+        int waiting = 1;
+        if (send(ends_[0], text.data(), text.size(), 0) != 50000 ||
+            recv(ends_[1], text.data(), text.size(), MSG_WAITALL) != 50000)
+            return false;
+        for (int turn = 0; waiting != 0 && turn < 4000; ++turn) {
+            ioctl(ends_[0], TIOCOUTQ, &waiting);
+            usleep(1000);
+        }
+        return waiting == 0;
     }
     /// Lets the end that sent say that it sends no more.
     void end_sending() const { shutdown(ends_[0], SHUT_WR); }
