@@ -219,12 +219,14 @@ private:
 
     // A kernel may be built without the means to list sockets.
     int check_sockets() {
-        if (!can_list_sockets_) {
-            std::vector<tcp_socket> sockets;
-            const int error = list_tcp_sockets(clock_type::now() + patience, sockets);
-            can_list_sockets_ = error == 0 || error == -ETIMEDOUT;
-        }
-        return can_list_sockets_ ? 0 : -ENOTSUP;
+        if (can_list_sockets_)
+            return 0;
+        std::vector<tcp_socket> sockets;
+        const int error = list_tcp_sockets(clock_type::now() + patience, sockets);
+        can_list_sockets_ = error == 0 || error == -ETIMEDOUT;
+        if (can_list_sockets_)
+            return 0;
+        return error == -ENOENT || error == -EPROTONOSUPPORT ? -ENOTSUP : error;
     }
 
     // Descriptors before sockets: one opened in between is seen next time, with all its bytes.
