@@ -60,6 +60,7 @@ TEST(interrupts, are_printed_from_their_records) {
     std::string wide = std::string(200000, 'C') + repeated("\nIPI", 1000);
     EXPECT_EQ(parser.parse_interrupt(reinterpret_cast<unsigned char*>(wide.data())), 0);
     EXPECT_EQ(output.take().substr(0, 39), "parse_interrupt failed!too many counts\n");
+    EXPECT_THROW(parser.parse_interrupt(nullptr), std::logic_error);
 }
 
 TEST(interrupts, arrive_in_parts) {
@@ -83,5 +84,26 @@ TEST(interrupts, arrive_in_parts) {
         with.server.next(answer);
         EXPECT_EQ(with.m.get_interrupt(&std::cerr), result);
         EXPECT_EQ(with.printed.take(), printed);
+    }
+}
+
+TEST(interrupts, a_full_standard_output_throws_to_the_caller_and_leaves_the_lock_free) {
+    struct full_at_once : std::streambuf {
+    } at_once;
+    struct full_at_flush : std::stringbuf { // as /dev/full is
+        int sync() override { return -1; }
+    } at_flush;
+    const std::string table = printed_table(3);
+    served<cpu_stat_manager> with(true);
+    for (std::streambuf* full : std::initializer_list<std::streambuf*>{&at_once, &at_flush}) {
+        with.server.next_text(9, table);
+        with.server.next_text(9, table);
+        std::streambuf* before = std::cout.rdbuf(full);
+        std::cout.exceptions(std::ios::badbit);
+        EXPECT_THROW(with.m.get_interrupt(nullptr), std::ios::failure);
+        std::cout.exceptions(std::ios::goodbit);
+        std::cout.rdbuf(before);
+        EXPECT_EQ(with.m.get_interrupt(nullptr), 0);
+        EXPECT_EQ(with.printed.take(), table);
     }
 }

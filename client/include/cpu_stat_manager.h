@@ -42,8 +42,9 @@ public:
     int get_process_io(std::ostream* os);
     /// The table of busiest processes, all 146 rows of it; @p pid goes to the server as it is.
     int get_process_all(int pid, std::ostream* os);
-    /// The interrupt table, which goes to standard output whatever @p os is. An answer of several
-    /// parts ends in -1 unless the connection's `stop_at_last_part` is on.
+    /// The interrupt table, which goes to standard output whatever @p os is. An answer, of one part
+    /// or of several, ends in -1 unless the connection's `stop_at_last_part` is on.
+    /// @throws std::ios_base::failure if standard output is told to throw and cannot be written to
     int get_interrupt(std::ostream* os);
     /// Switches performance counting on.
     int enable_perf_mon();

@@ -36,7 +36,8 @@ public:
     /// @param out         receives the report if not null
     /// @return 0, or the first negative code met, which has been logged: of the send, the receive
     ///         (the server's own code included) or `handle_request`
-    /// @throws std::system_error if the lock cannot be taken
+    /// @throws std::system_error if the lock cannot be taken; what @p out, or standard output where
+    ///         a decoder prints, throws on a failed write. The lock is then free again
     template<class T>
     int get_req_info(int sub_command, std::uint8_t* msg, int len, T parser, std::ostream* out) {
         std::lock_guard<std::mutex> lock(req_lock);

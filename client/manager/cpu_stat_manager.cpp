@@ -41,7 +41,7 @@ int request_handler::handle_request(std::shared_ptr<interrupt_parser> parser) {
     const int r = receive_parts();
     if (r < 0)
         return log_failure("Receive message error with %d\n", r);
-    if (std::any_of(joined_parts.begin(), joined_parts.end(),
+    if (std::any_of(joined_parts.begin(), joined_parts.begin() + joined_len,
                     [](unsigned char byte) { return byte != 0; }))
         parser->parse_interrupt(joined_parts.data());
     return 0;

@@ -70,12 +70,12 @@ std::shared_ptr<interrupt> read_error(text_reader fields) {
 }
 
 // Writes fields as an output stream does, blank-filled and decimal, but without a stream's cost for
-// each of them: a large table has tens of thousands.
+// each of them: a large table has tens of thousands. Call `finish` at the end: a destructor could
+// not pass on what a failing stream throws.
 class column_writer {
 public:
     // cppcheck-suppress uninitMemberVar ; the buffer is filled before it is read
     column_writer(std::ostream& out, bool left) : out_(out), left_(left) {}
-    ~column_writer() { out_.write(buffer_, used_).flush(); }
     column_writer(const column_writer&) = delete;
     column_writer& operator=(const column_writer&) = delete;
 
@@ -109,6 +109,11 @@ public:
             add(count, text_reader::column_width);
     }
 
+    void finish() {
+        flush();
+        out_.flush();
+    }
+
 private:
     static constexpr std::string_view field_blanks = "           ";
 
@@ -136,10 +141,10 @@ private:
 } // namespace
 
 unsigned int interrupt_parser::parse_interrupt(unsigned char* msg) {
+    const std::string_view text = payload_text(msg, table_max);
     interrupts = std::make_unique<std::vector<std::shared_ptr<interrupt>>>();
-    const char* text = reinterpret_cast<const char*>(msg);
     std::vector<std::string_view> counts;
-    const int result = take_table({text, strnlen(text, table_max)}, counts);
+    const int result = take_table(text, counts);
     show_table(counts);
     return static_cast<unsigned int>(result);
 }
@@ -213,4 +218,5 @@ void interrupt_parser::show_table(const std::vector<std::string_view>& counts_te
         }
         table.add("\n");
     }
+    table.finish();
 }

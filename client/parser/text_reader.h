@@ -21,12 +21,17 @@
 #include <string_view>
 #include <type_traits>
 
-/// The text of a payload up to its first NUL. It is not copied: valid as long as the payload is.
+/// The text of a payload up to its first NUL, or its first @p most bytes. It is not copied: valid
+/// as long as the payload is.
 /// @throws std::logic_error for a null pointer, as std::string does
-inline std::string_view payload_text(const unsigned char* payload) {
+inline std::string_view payload_text(const unsigned char* payload,
+                                     std::size_t most = std::string_view::npos) {
     if (payload == nullptr)
         throw std::logic_error("basic_string: construction from null is not valid");
-    return reinterpret_cast<const char*>(payload);
+    const char* text = reinterpret_cast<const char*>(payload);
+    if (most == std::string_view::npos)
+        return text;
+    return {text, strnlen(text, most)};
 }
 
 /// Reads a text from its start. Does not own the text; the views it hands out are parts of it.
