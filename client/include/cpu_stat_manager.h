@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-/// Asks for CPU and process figures. Queries may come from several threads; adding a process must
-/// not run beside a process query.
+/// Asks for CPU and process figures. Queries may come from several threads, and so may adding a
+/// process.
 ///
 /// Queries return 0 or the negative code of the request cycle, and write their report to the stream
 /// unless that is null.

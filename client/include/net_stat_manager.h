@@ -47,7 +47,7 @@ public:
 private:
     int send_pid(int sub_command, int pid);
     template<class Change>
-    void change_registered(Change change);
+    void with_registered(Change change);
 };
 
 namespace ns_req_template {

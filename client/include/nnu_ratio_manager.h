@@ -7,7 +7,7 @@
 
 #include <string>
 
-/// Asks for accelerator loads. One thread at a time.
+/// Asks for accelerator loads. Queries may come from several threads.
 ///
 /// Queries return 0 or the negative code of the request cycle, and write their report to the stream
 /// unless that is null.
@@ -30,6 +30,9 @@ public:
     int get_nnu_ratio_all(std::ostream* os);
 
     std::shared_ptr<nnu_ratio_parser> nnu_parser;
+
+private:
+    int get_ratio(int sub_command, const char* name, std::ostream* os);
 };
 
 namespace ns_req_template {

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-/// Asks for memory and peripheral figures. One thread at a time.
+/// Asks for memory and peripheral figures. Queries may come from several threads.
 ///
 /// Queries return 0 or the negative code of the request cycle, and write their report, which has no
 /// line end, to the stream unless that is null.

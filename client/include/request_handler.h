@@ -41,6 +41,19 @@ public:
     template<class T>
     int get_req_info(int sub_command, std::uint8_t* msg, int len, T parser, std::ostream* out) {
         std::lock_guard<std::mutex> lock(req_lock);
+        return run_cycle(sub_command, msg, len, parser, out);
+    }
+
+    /// `get_req_info` with the standard request: 4 zero bytes.
+    template<class T>
+    int get_sys_info(int sub_command, T parser, std::ostream* out) {
+        std::lock_guard<std::mutex> lock(req_lock);
+        return run_standard_cycle(sub_command, parser, out);
+    }
+
+    /// `get_req_info` for a caller that holds `req_lock`, to do more under it than the cycle.
+    template<class T>
+    int run_cycle(int sub_command, std::uint8_t* msg, int len, T parser, std::ostream* out) {
         int r = exchange(sub_command, msg, len);
         if (r < 0)
             return r;
@@ -52,11 +65,11 @@ public:
         return 0;
     }
 
-    /// `get_req_info` with the standard request: 4 zero bytes.
+    /// `run_cycle` with the standard request: 4 zero bytes.
     template<class T>
-    int get_sys_info(int sub_command, T parser, std::ostream* out) {
+    int run_standard_cycle(int sub_command, T parser, std::ostream* out) {
         std::uint8_t zero[4] = {};
-        return get_req_info(sub_command, zero, sizeof zero, parser, out);
+        return run_cycle(sub_command, zero, sizeof zero, parser, out);
     }
 
     /// Decodes the answer in `client->get_recv_data()` into @p parser; one specialisation for each

@@ -9,8 +9,9 @@
 #include <initializer_list>
 #include <string>
 
-/// Asks for the state and the frame rates of the video pipeline. One thread at a time: a query is
-/// several request cycles, and the lock is free between them.
+/// Asks for the state and the frame rates of the video pipeline. Queries may come from several
+/// threads, but one is several request cycles with the lock free between them: two of a kind at the
+/// same time mix their records.
 ///
 /// A query empties what it fills, then asks for each part of it. Queries return 0 or the code of
 /// the first cycle that failed, after which nothing more is asked; what came before stays. An
@@ -56,6 +57,9 @@ public:
     std::shared_ptr<vio_info_parser> vio_parser; ///< stays null: the delay report needs no object
 
 private:
+    template<class Records>
+    void empty(Records& records);
+    fps_map copy_of(const fps_map& fps);
     template<class Parser>
     int ask_each(std::initializer_list<int> sub_commands, const std::shared_ptr<Parser>& parser);
 };

@@ -201,10 +201,12 @@ cpu_stat_manager::~cpu_stat_manager() {
 }
 
 void cpu_stat_manager::add_stat_monitor_process(int pid) {
+    std::lock_guard<std::mutex> lock(req_lock);
     stat_parser.push_back(std::make_shared<process_stat_parser>(pid, cpus_num));
 }
 
 void cpu_stat_manager::add_io_monitor_process(int pid) {
+    std::lock_guard<std::mutex> lock(req_lock);
     io_parser.push_back(std::make_shared<process_io_parser>(pid));
 }
 
@@ -216,8 +218,13 @@ template<class T>
 int cpu_stat_manager::get_each_process(int sub_command,
                                        const std::vector<std::shared_ptr<T>>& parsers,
                                        std::ostream* os) {
+    std::vector<std::shared_ptr<T>> watched;
+    {
+        std::lock_guard<std::mutex> lock(req_lock);
+        watched = parsers;
+    }
     std::int64_t failures = 0;
-    for (const auto& parser : parsers)
+    for (const auto& parser : watched)
         failures += get_process_info(sub_command, parser, os);
     return static_cast<int>(
         std::max<std::int64_t>(failures, std::numeric_limits<std::int32_t>::min()));
@@ -234,12 +241,9 @@ int cpu_stat_manager::get_process_io(std::ostream* os) {
 int cpu_stat_manager::get_process_all(int pid, std::ostream* os) {
     std::uint8_t payload[4];
     u32_to_u8(static_cast<unsigned int>(pid), payload);
-    {
-        std::lock_guard<std::mutex> lock(req_lock);
-        process_parser->pid = pid;
-    }
-    return get_req_info(cpu_request::busiest_processes, payload, sizeof payload, process_parser,
-                        os);
+    std::lock_guard<std::mutex> lock(req_lock);
+    process_parser->pid = pid;
+    return run_cycle(cpu_request::busiest_processes, payload, sizeof payload, process_parser, os);
 }
 
 int cpu_stat_manager::get_interrupt(std::ostream* os) {

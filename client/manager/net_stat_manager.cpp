@@ -76,7 +76,7 @@ int net_stat_manager::send_pid(int sub_command, int pid) {
 // Which answers are decoded is up to the server, that to a start without `net_lock` included, so
 // `net_lock` alone does not keep a decode away.
 template<class Change>
-void net_stat_manager::change_registered(Change change) {
+void net_stat_manager::with_registered(Change change) {
     std::lock_guard<std::mutex> lock(req_lock);
     change(*parser);
 }
@@ -87,13 +87,13 @@ int net_stat_manager::start_net_monitor() {
 
 int net_stat_manager::add_net_monitor_process(int pid) {
     std::lock_guard<std::mutex> lock(net_lock);
-    change_registered([pid](net_stat_parse& figures) { figures.pid_result.try_emplace(pid); });
+    with_registered([pid](net_stat_parse& figures) { figures.pid_result.try_emplace(pid); });
     return send_pid(network_request::add_process, pid);
 }
 
 int net_stat_manager::remove_net_monitor_process(int pid) {
     std::lock_guard<std::mutex> lock(net_lock);
-    change_registered([pid](net_stat_parse& figures) { figures.pid_result.erase(pid); });
+    with_registered([pid](net_stat_parse& figures) { figures.pid_result.erase(pid); });
     return send_pid(network_request::remove_process, pid);
 }
 
@@ -104,9 +104,11 @@ int net_stat_manager::get_bandwidth_stat(std::ostream* os) {
 
 int net_stat_manager::exit_net_monitor() {
     std::lock_guard<std::mutex> lock(net_lock);
-    for (int pid : sorted_keys(parser->pid_result))
+    std::vector<int> pids;
+    with_registered([&pids](net_stat_parse& figures) { pids = sorted_keys(figures.pid_result); });
+    for (int pid : pids)
         send_pid(network_request::remove_process, pid);
-    change_registered([](net_stat_parse& figures) {
+    with_registered([](net_stat_parse& figures) {
         figures.pid_result.clear();
         figures.dev_result.clear();
     });

@@ -37,14 +37,18 @@ nnu_ratio_manager::nnu_ratio_manager(const std::string& ip, int port) : nnu_rati
     connect(std::make_shared<client_comm>(ip, port), connect_failure);
 }
 
+int nnu_ratio_manager::get_ratio(int sub_command, const char* name, std::ostream* os) {
+    std::lock_guard<std::mutex> lock(req_lock);
+    nnu_parser->name = name;
+    return run_standard_cycle(sub_command, nnu_parser, os);
+}
+
 int nnu_ratio_manager::get_nnu0_ratio(std::ostream* os) {
-    nnu_parser->name = "nnu0";
-    return get_sys_info(accelerator_request::load, nnu_parser, os);
+    return get_ratio(accelerator_request::load, "nnu0", os);
 }
 
 int nnu_ratio_manager::get_nnu1_ratio(std::ostream* os) {
-    nnu_parser->name = "nnu1";
-    return get_sys_info(accelerator_request::load + 1, nnu_parser, os);
+    return get_ratio(accelerator_request::load + 1, "nnu1", os);
 }
 
 int nnu_ratio_manager::get_nnu_ratio_all(std::ostream* os) {

@@ -191,7 +191,8 @@ int peri_stat_manager::get_meminfo(std::ostream* os) {
 }
 
 int peri_stat_manager::get_block_usage(std::ostream* os) {
-    const int r = get_sys_info(peripheral_request::block_devices, block_parser, os);
+    std::lock_guard<std::mutex> lock(req_lock);
+    const int r = run_standard_cycle(peripheral_request::block_devices, block_parser, os);
     if (r == 0)
         block_parser->last_time = client->get_recv_data()->time;
     return r;

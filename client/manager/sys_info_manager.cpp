@@ -89,12 +89,12 @@ int sysinfo_manager::get_cpu7_freq() {
 }
 
 int sysinfo_manager::get_cpu_possible(std::ostream*) {
-    int r = get_sys_info(system_request::possible_cpus, possible_parser, nullptr);
+    std::lock_guard<std::mutex> lock(req_lock);
+    int r = run_standard_cycle(system_request::possible_cpus, possible_parser, nullptr);
     if (r < 0) {
         log_failure("get cpu num failed\n", r);
         return r;
     }
-    std::lock_guard<std::mutex> lock(req_lock);
     return possible_parser->cpu_num;
 }
 

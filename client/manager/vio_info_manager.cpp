@@ -148,6 +148,17 @@ vio_info_manager::vio_info_manager(const std::string& ip, int port) : vio_info_m
     connect(std::make_shared<client_comm>(ip, port), connect_failure);
 }
 
+template<class Records>
+void vio_info_manager::empty(Records& records) {
+    std::lock_guard<std::mutex> lock(req_lock);
+    records.clear();
+}
+
+fps_map vio_info_manager::copy_of(const fps_map& fps) {
+    std::lock_guard<std::mutex> lock(req_lock);
+    return fps;
+}
+
 template<class Parser>
 int vio_info_manager::ask_each(std::initializer_list<int> sub_commands,
                                const std::shared_ptr<Parser>& parser) {
@@ -158,35 +169,35 @@ int vio_info_manager::ask_each(std::initializer_list<int> sub_commands,
 }
 
 int vio_info_manager::get_isp_info() {
-    isp_parse->info.clear();
+    empty(isp_parse->info);
     return ask_each({video_request::isp_information, video_request::isp_information + 1},
                     isp_parse);
 }
 
 int vio_info_manager::get_isp_fps() {
-    isp_parse->fps.clear();
+    empty(isp_parse->fps);
     return ask_each({video_request::isp_rates, video_request::isp_rates + 1}, isp_parse);
 }
 
 int vio_info_manager::get_cim_fps() {
-    cim_parse->fps.clear();
+    empty(cim_parse->fps);
     return ask_each({video_request::cim_rates, video_request::cim_rates + 1}, cim_parse);
 }
 
 int vio_info_manager::get_pym_fps() {
-    pym_parse->fps.clear();
+    empty(pym_parse->fps);
     return ask_each(
         {video_request::pym_rates, video_request::pym_rates + 1, video_request::pym_rates + 2},
         pym_parse);
 }
 
 int vio_info_manager::get_gdc_fps() {
-    gdc_parse->fps.clear();
+    empty(gdc_parse->fps);
     return ask_each({video_request::gdc_rates}, gdc_parse);
 }
 
 int vio_info_manager::get_pym_stat() {
-    pym_parse->stat.clear();
+    empty(pym_parse->stat);
     return ask_each({video_request::pym_statistics, video_request::pym_statistics + 1,
                      video_request::pym_statistics + 2},
                     pym_parse);
@@ -204,15 +215,18 @@ int vio_info_manager::sort_all_vio_fps(std::ostream* os) {
     std::vector<std::string> columns{"PIPE/IP"};
     std::vector<std::uint16_t> pipes;
     get_cim_fps();
-    for (const auto& [pipe, rates] : cim_parse->fps) {
+    const fps_map cim_fps = copy_of(cim_parse->fps);
+    for (const auto& [pipe, rates] : cim_fps) {
         pipes.push_back(pipe);
         add_column(columns, rates->ip_name);
     }
     get_isp_fps();
-    for (const auto& [pipe, rates] : isp_parse->fps)
+    const fps_map isp_fps = copy_of(isp_parse->fps);
+    for (const auto& [pipe, rates] : isp_fps)
         add_column(columns, rates->ip_name.substr(0, rates->ip_name.find('(')));
     get_pym_fps();
-    for (const auto& [pipe, rates] : pym_parse->fps)
+    const fps_map pym_fps = copy_of(pym_parse->fps);
+    for (const auto& [pipe, rates] : pym_fps)
         add_column(columns, rates->ip_name);
 
     for (const std::string& column : columns)
@@ -220,9 +234,9 @@ int vio_info_manager::sort_all_vio_fps(std::ostream* os) {
     *os << std::endl;
     std::sort(pipes.begin(), pipes.end());
     for (std::uint16_t pipe : pipes) {
-        const pipe_fps* isp = find_pipe(isp_parse->fps, pipe);
-        const pipe_fps* cim = find_pipe(cim_parse->fps, pipe);
-        const pipe_fps* pym = find_pipe(pym_parse->fps, pipe);
+        const pipe_fps* isp = find_pipe(isp_fps, pipe);
+        const pipe_fps* cim = find_pipe(cim_fps, pipe);
+        const pipe_fps* pym = find_pipe(pym_fps, pipe);
         *os << "pipe" << std::left << std::setw(10) << pipe;
         for (auto column = columns.begin() + 1; column != columns.end(); ++column) {
             // Columns of the ISP carry its name without the suffix, hence the substring.
