@@ -24,12 +24,6 @@ void log_zmq_error(const char* format) {
     log_error(format, zmq_strerror(errno));
 }
 
-data_struct* new_frame(std::size_t size) {
-    if (void* frame = std::calloc(1, size))
-        return static_cast<data_struct*>(frame);
-    throw std::bad_alloc();
-}
-
 unsigned long in_us(const timeval& time) {
     return static_cast<unsigned long>(time.tv_sec) * 1000000 +
            static_cast<unsigned long>(time.tv_usec);
@@ -38,14 +32,18 @@ unsigned long in_us(const timeval& time) {
 
 std::uint8_t client_comm::client_id = 0;
 
+client_comm::frame client_comm::new_frame(std::size_t size) {
+    if (void* bytes = std::calloc(1, size))
+        return frame(static_cast<data_struct*>(bytes));
+    throw std::bad_alloc();
+}
+
 client_comm::client_comm(std::string ip, int server_port)
     : send_data(new_frame(send_buffer_size)), recv_data(new_frame(answer_frame_size)),
       ip_addr(std::move(ip)), port(server_port), timeout(1000) {}
 
 client_comm::~client_comm() {
     back_client_id();
-    std::free(send_data);
-    std::free(recv_data);
 }
 
 void client_comm::allow_ipv6(bool on) {
@@ -54,6 +52,7 @@ void client_comm::allow_ipv6(bool on) {
 
 int client_comm::connect_to_server() {
     str_target = "tcp://" + ip_addr + ":" + std::to_string(port);
+    refused = false;
     socket = nullptr;
     context = zmq_ctx_new();
     if (context == nullptr) {
@@ -121,6 +120,7 @@ int client_comm::back_client_id() {
 
 int client_comm::send_msg_to_server(int command, int sub_command, const unsigned char* msg,
                                     unsigned int len) {
+    refused = false;
     if (len > request_payload_max) {
         log_error("client_comm send support max len is %d\n", request_payload_max);
         return -1;
@@ -138,7 +138,7 @@ int client_comm::send_msg_to_server(int command, int sub_command, const unsigned
     send_data->crc = crc32(send_data->msg, static_cast<int>(len), crc_32_MPEG2);
     gettimeofday(&send_data->time, nullptr);
     // A peer whose bytes made no sense is gone for good: a send that waits for one would never end.
-    if (zmq_send(socket, send_data, sizeof(data_struct) + len, ZMQ_DONTWAIT) == -1) {
+    if (zmq_send(socket, send_data.get(), sizeof(data_struct) + len, ZMQ_DONTWAIT) == -1) {
         log_zmq_error("zmq_send error, %s\n");
         return -2;
     }
@@ -148,7 +148,7 @@ int client_comm::send_msg_to_server(int command, int sub_command, const unsigned
 // Takes one packet into the receive buffer and zeroes what it did not carry of the payload, and the
 // bytes behind it, so that text always ends and nothing of an earlier answer shows through.
 int client_comm::receive_frame() {
-    int n = zmq_recv(socket, recv_data, answer_frame_size, 0);
+    int n = zmq_recv(socket, recv_data.get(), answer_frame_size, 0);
     gettimeofday(&recv_data->time, nullptr);
     if (n == -1) {
         log_zmq_error("zmq_recv error, %s\n");
@@ -192,6 +192,7 @@ int client_comm::recv_msg_from_server() {
         return -4;
     int used = recv_data->msg_len;
     if (used < 0) {
+        refused = true;
         log_error("Handle request return %d\n", used);
         return used;
     }
@@ -220,9 +221,17 @@ int client_comm::recv_more_msg(unsigned char* buf, int len) {
         last = more == 0;
         if (last && stop_at_last)
             return 0;
-        if (receive_frame() < 0 || !checksum_matches())
+        if (receive_frame() < 0) {
+            std::memset(recv_data->msg, 0, answer_payload_max);
+            return -1;
+        }
+        if (!checksum_matches())
             return -1;
     }
+}
+
+bool client_comm::was_refused() const {
+    return refused;
 }
 
 int client_comm::get_more_len() const {
@@ -234,7 +243,9 @@ void client_comm::stop_at_last_part(bool on) {
 }
 
 int client_comm::close_connect() {
-    if (zmq_close(socket) == -1) {
+    // A context without a socket is left by a call whose termination of it failed.
+    const bool socket_is_closed = socket == nullptr && context != nullptr;
+    if (!socket_is_closed && zmq_close(socket) == -1) {
         log_zmq_error("zmq_close error, %s\n");
         return -1;
     }
@@ -260,9 +271,9 @@ void* client_comm::get_socket() {
 }
 
 data_struct* client_comm::get_recv_data() {
-    return recv_data;
+    return recv_data.get();
 }
 
 data_struct* client_comm::get_send_data() {
-    return send_data;
+    return send_data.get();
 }

@@ -1,7 +1,9 @@
 // The connection: bytes of requests, what is taken as an answer, several parts, the client id.
 #include "manager_support.h"
 
+#include <csignal>
 #include <regex>
+#include <sys/time.h>
 
 namespace {
 struct client_comm_test : testing::Test {
@@ -143,7 +145,29 @@ TEST_F(client_comm_test, joins_parts) {
         const std::string filled = field(arrived, (arrived.size() + 8191) / 8192 * 8192);
         EXPECT_TRUE(std::equal(filled.begin(), filled.end(), reinterpret_cast<char*>(room.data())));
         EXPECT_EQ(errors(), logged);
+        const auto* payload = reinterpret_cast<char*>(connection->get_recv_data()->msg);
+        EXPECT_TRUE(logged.find("zmq_recv") != 0 || std::string(payload, 8192) == field("", 8192));
     }
+}
+
+TEST_F(client_comm_test, closes_after_a_signal_interrupted_it) {
+    client_comm nobody("127.0.0.1", 1);
+    ASSERT_EQ(nobody.connect_to_server(), 0);
+    ASSERT_EQ(nobody.send_msg_to_server(1, 1, nullptr, 0), 0);
+    const int linger_ms = 1000; // closing waits that long for nobody to take the request
+    zmq_setsockopt(nobody.get_socket(), ZMQ_LINGER, &linger_ms, sizeof linger_ms);
+    struct sigaction interrupts{}; // without SA_RESTART
+    interrupts.sa_handler = [](int) {};
+    sigaction(SIGALRM, &interrupts, nullptr);
+    itimerval often{{0, 20000}, {0, 20000}};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    EXPECT_EQ(nobody.close_connect(), -1);
+    often = {};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    EXPECT_EQ(errors(), "zmq_ctx_term error, Interrupted system call\n");
+    EXPECT_EQ(nobody.get_socket(), nullptr);
+    EXPECT_EQ(nobody.close_connect(), 0);
+    EXPECT_EQ(nobody.close_connect(), -1) << "nothing is left to close";
 }
 
 TEST_F(client_comm_test, refuses_to_go_on_after_a_failure_until_it_is_connected_again) {

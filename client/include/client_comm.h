@@ -5,6 +5,8 @@
 
 #include "common_func.h"
 
+#include <cstdlib>
+#include <memory>
 #include <string>
 
 /// Owns both frame buffers, and the socket until `close_connect`. Not copyable.
@@ -52,11 +54,16 @@ public:
     ///         -3 timed out; -4 wrong checksum; or the answer's own negative `msg_len`
     int recv_msg_from_server();
 
+    /// Whether the latest request was answered with a negative code of the server's own, which is
+    /// then `get_recv_data()->msg_len`.
+    bool was_refused() const;
+
     /// Completes an answer of several parts whose first part `recv_msg_from_server` took: writes
     /// the payloads, 8192 bytes each, one after the other into @p buf.
     /// @param buf receives the parts; the caller's
     /// @param len bytes of @p buf; nothing is written past it
-    /// @return 0; -1 on a failed receive, a wrong checksum or a part that does not fit. Unless
+    /// @return 0; -1 on a failed receive, after which the payload in the receive buffer is all
+    ///         zeros, a wrong checksum or a part that does not fit. Unless
     ///         `stop_at_last_part` is on, one more receive follows the last part, which the request
     ///         socket refuses: a complete answer then ends in -1 with @p buf filled
     int recv_more_msg(unsigned char* buf, int len);
@@ -74,7 +81,9 @@ public:
 
     /// Closes the socket and terminates the context; both are null afterwards. Blocks while a
     /// message is unsent unless the caller has set ZMQ_LINGER on `get_socket`.
-    /// @return 0; -1 if either step failed (a context whose socket did not close is left alone)
+    /// @return 0; -1 if either step failed (a context whose socket did not close is left alone).
+    ///         Another call goes on with the step that failed, so a signal that interrupted the
+    ///         termination of the context loses nothing
     int close_connect();
 
     /// Wall-clock time of the last send, in microseconds since the epoch.
@@ -94,8 +103,14 @@ private:
     int receive_frame();
     bool checksum_matches() const;
 
-    data_struct* send_data;
-    data_struct* recv_data;
+    struct frame_deleter {
+        void operator()(data_struct* frame) const { std::free(frame); }
+    };
+    using frame = std::unique_ptr<data_struct, frame_deleter>;
+    static frame new_frame(std::size_t size);
+
+    frame send_data;
+    frame recv_data;
     void* context = nullptr;
     void* socket = nullptr;
     std::string ip_addr;
@@ -105,6 +120,7 @@ private:
     bool stop_at_last = false;
     bool ipv6 = false;
     int more_len = 0;
+    bool refused = false;
 };
 
 #endif
