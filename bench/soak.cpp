@@ -4,7 +4,7 @@
 #include "net_stat_manager.h"
 #include "nnu_ratio_manager.h"
 #include "peri_stat_manager.h"
-#include "session.h"
+#include "recovery.h"
 #include "sys_info_manager.h"
 #include "vio_info_manager.h"
 
@@ -22,7 +22,6 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <zmq.h>
 
 namespace {
 std::atomic<long> errors_logged{0};
@@ -205,10 +204,8 @@ public:
 private:
     static bool come_and_go(int port) {
         client_comm visitor("127.0.0.1", port);
-        const bool well = visitor.connect_to_server() == 0 && client_comm::client_id != 0 &&
-                          visitor.back_client_id() == 0;
-        close_at_once(visitor);
-        return well;
+        const bool connected = visitor.connect_to_server() == 0 && client_comm::client_id != 0;
+        return leave(visitor) == 0 && connected;
     }
     // Starts over if no answer comes.
     void ask(client_comm& connection, const std::function<int()>& query) {
@@ -216,23 +213,17 @@ private:
         const int code = query();
         if (code >= 0)
             return;
-        if (tools::answered(connection, code)) {
+        if (answered(connection, code)) {
             ++refused;
             return;
         }
         ++unanswered;
-        close_at_once(connection);
-        connection.connect_to_server();
+        start_over(connection);
     }
     static std::shared_ptr<client_comm> connect(int port) {
         auto connection = std::make_shared<client_comm>("127.0.0.1", port);
         connection->stop_at_last_part(true);
         return connection;
-    }
-    static void close_at_once(client_comm& connection) {
-        const int linger_ms = 0;
-        zmq_setsockopt(connection.get_socket(), ZMQ_LINGER, &linger_ms, sizeof linger_ms);
-        connection.close_connect();
     }
 
     std::ostringstream report_;

@@ -150,6 +150,25 @@ TEST_F(client_comm_test, joins_parts) {
     }
 }
 
+TEST_F(client_comm_test, knows_whose_a_code_is_and_starts_over) {
+    EXPECT_EQ(ask({error_packet(1, -3)}), -3);
+    EXPECT_TRUE(answered(*connection, -3));
+    EXPECT_FALSE(answered(*connection, -4)) << "of another query";
+    EXPECT_EQ(ask({packet(1, "", 0, 1)}), -4);
+    EXPECT_FALSE(answered(*connection, -4));
+    EXPECT_EQ(ask({error_packet(1, -2)}), -2);
+    EXPECT_EQ(ask({}), -3);
+    EXPECT_EQ(connection->send_msg_to_server(1, 1, nullptr, 0), -2);
+    EXPECT_FALSE(answered(*connection, -2));
+    EXPECT_EQ(start_over(*connection), 0);
+    EXPECT_EQ(ask({packet(1, "")}), 8240);
+    const std::string give_back = request_bytes(60138, 2, "\7");
+    EXPECT_EQ(leave(*connection), 0);
+    EXPECT_EQ(comparable(server.take_requests(true).back()), give_back);
+    EXPECT_EQ(connection->get_socket(), nullptr);
+    EXPECT_EQ(close_at_once(*connection), 0);
+}
+
 TEST_F(client_comm_test, closes_after_a_signal_interrupted_it) {
     client_comm nobody("127.0.0.1", 1);
     ASSERT_EQ(nobody.connect_to_server(), 0);
@@ -170,13 +189,7 @@ TEST_F(client_comm_test, closes_after_a_signal_interrupted_it) {
     EXPECT_EQ(nobody.close_connect(), -1) << "nothing is left to close";
 }
 
-TEST_F(client_comm_test, refuses_to_go_on_after_a_failure_until_it_is_connected_again) {
-    EXPECT_EQ(ask({}), -3);
-    EXPECT_EQ(connection->send_msg_to_server(1, 1, nullptr, 0), -2);
-    close_at_once(*connection);
-    EXPECT_EQ(connection->connect_to_server(), 0);
-    EXPECT_EQ(ask({packet(1, "")}), 8240);
-    errors();
+TEST_F(client_comm_test, leaves_nothing_open_where_it_cannot_connect) {
     client_comm::client_id = 0; // or what follows would give it back
     client_comm nowhere("no such host name", 1);
     EXPECT_EQ(nowhere.connect_to_server(), -3);

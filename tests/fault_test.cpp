@@ -154,11 +154,6 @@ protected:
     void expect_refused(const std::string& why = out_of_turn) {
         expect(-2, "zmq_send error, " + why, "Send");
     }
-    int start_over() {
-        close_at_once(*one_.manager->client);
-        return one_.manager->client->connect_to_server();
-    }
-
     front_end one_;
     int port_ = 0;
 };
@@ -191,7 +186,7 @@ TEST_P(fault, on_the_wire_costs_one_answer) {
             expect_refused(f.refusal);
         else
             expect(0, "");
-        EXPECT_EQ(start_over(), 0);
+        EXPECT_EQ(start_over(*one_.manager->client), 0);
     }
     close_at_once(*one_.manager->client);
 }
@@ -207,14 +202,14 @@ TEST_P(fault, of_the_server_lasts_no_longer_than_the_server_is_away) {
         server->send_signal(number);
         expect(-3, silence);
         expect_refused();
-        EXPECT_EQ(start_over(), 0) << "the id is held: nothing is asked";
+        EXPECT_EQ(start_over(*one_.manager->client), 0) << "the id is held: nothing is asked";
         expect(-3, silence);
         if (number == SIGSTOP)
             server->send_signal(SIGCONT);
         else
             server = nullptr, server = std::make_unique<server_process>(port_, board);
         expect_refused();
-        EXPECT_EQ(start_over(), 0);
+        EXPECT_EQ(start_over(*one_.manager->client), 0);
         expect(0, "");
     }
     server = nullptr;

@@ -2,9 +2,9 @@
 #include "session.h"
 
 #include "local_server.h"
+#include "recovery.h"
 
 #include <cstring>
-#include <zmq.h>
 
 namespace tools {
 
@@ -13,12 +13,6 @@ bool is_done(const subject& what) {
     return what.done && what.done();
 }
 } // namespace
-
-bool answered(client_comm& connection, int code) {
-    return connection.get_socket() != nullptr &&
-           connection.get_recv_time_us() >= connection.get_send_time_us() &&
-           connection.get_recv_data()->msg_len == code;
-}
 
 session::session(const source& from, std::ostream& out, std::ostream& err)
     : out_(out), err_(err), host_(from.host), port_(from.port) {
@@ -96,15 +90,9 @@ void session::complain(const subject& what, int code) {
 }
 
 void session::reconnect(const subject& what) {
-    for (const auto& connection : what.connections) {
-        if (void* socket = connection->get_socket(); socket != nullptr) {
-            const int linger_ms = 0;
-            zmq_setsockopt(socket, ZMQ_LINGER, &linger_ms, sizeof linger_ms);
-            connection->close_connect();
-        }
-        if (connection->connect_to_server() < 0)
+    for (const auto& connection : what.connections)
+        if (start_over(*connection) < 0)
             return;
-    }
     if (what.introduce)
         what.introduce();
 }

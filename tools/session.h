@@ -31,10 +31,6 @@ struct subject {
     std::function<bool()> done = nullptr;
 };
 
-/// Whether the negative @p code of a query over @p connection is the server's own answer, which
-/// leaves the connection as good as before; else it is the connection's, and no answer has come.
-bool answered(client_comm& connection, int code);
-
 /// The server asked, the streams written to and the signal that ends it all.
 class session {
 public:

@@ -3,7 +3,7 @@
 #ifndef MONCL_TESTS_SCRIPTED_SERVER_H
 #define MONCL_TESTS_SCRIPTED_SERVER_H
 
-#include "client_comm.h"
+#include "recovery.h"
 
 #include <cstring>
 #include <deque>
@@ -55,14 +55,6 @@ inline std::shared_ptr<client_comm> connect_to(int port, bool whole) {
     if (connection->connect_to_server() != 0)
         throw std::runtime_error("no connection");
     return connection;
-}
-
-/// Closes @p connection's socket without waiting for what is unsent, as a front end does that
-/// starts over.
-inline void close_at_once(client_comm& connection) {
-    const int linger_ms = 0;
-    zmq_setsockopt(connection.get_socket(), ZMQ_LINGER, &linger_ms, sizeof linger_ms);
-    connection.close_connect();
 }
 
 /// Answers the client-id handshake by itself, with `granted_id`.

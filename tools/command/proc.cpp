@@ -1,6 +1,7 @@
 // moncl proc: status and I/O of chosen processes.
 #include "cpu_stat_manager.h"
 
+#include "recovery.h"
 #include "session.h"
 
 #include <CLI/CLI.hpp>

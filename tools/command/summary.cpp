@@ -9,6 +9,7 @@
 
 #include "peripherals.h"
 #include "process_rows.h"
+#include "recovery.h"
 #include "session.h"
 
 #include <algorithm>
