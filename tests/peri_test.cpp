@@ -81,6 +81,9 @@ TEST(peri, reports) {
     const std::string heaps = record(n16, 16, {1536}) + record("cma", 16, {1 << 30});
     const std::string parts = record("a", 32, {1, 3, 512, 9}) + record(n32, 32, {8, 16, 4096, 9});
     EXPECT_EQ(report(m, m.ion_parser, 24, counted(2, heaps)), n16 + ": 1.5K, cma: 1.0G");
+    std::ostringstream padded; // a width goes to what comes first
+    m.show_result(m.ion_parser, padded << std::setfill('*') << std::setw(18));
+    EXPECT_EQ(padded.str(), "**" + n16 + ": 1.5K, cma: 1.0G");
     EXPECT_EQ(report(m, m.part_parser, 25, counted(2, parts)),
               "Partition Avail/Size: a: 512.0B/1.5K, " + n32 + ": 32.0K/64.0K");
     EXPECT_THROW(thermal_parser().parse_thermal(nullptr), std::logic_error);

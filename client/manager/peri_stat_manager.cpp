@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iomanip>
+#include <utility>
 
 using ns_req_template::request_handler;
 
@@ -15,11 +16,11 @@ constexpr const char* connect_failure = "PERI connect to server failed";
 // "name: used" or the like for each entry, in one line.
 template<class Entries, class Show>
 void show_list(const Entries& entries, std::ostream& out, Show show) {
-    const char* separator = "";
+    bool first = true;
     for (const auto& entry : entries) {
-        out << separator;
+        if (!std::exchange(first, false))
+            out << ", ";
         show(entry);
-        separator = ", ";
     }
 }
 } // namespace
