@@ -202,6 +202,7 @@ struct fd_cache {
 };
 
 /// Process-wide cache of open files, for files that are read from their start again and again.
+/// std::bad_alloc may pass and leaves nothing open that is not in the cache.
 /// All members may be called from any thread; `fds_lock` is taken before any entry's `flock`.
 /// At most 301 files are kept open.
 class MONCL_API file_cache {

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>
+#include <utility>
 
 FILE* logFile = nullptr;
 
@@ -88,8 +89,30 @@ namespace {
 // A new entry is added while the map holds at most this many.
 constexpr std::size_t cache_limit = 300;
 
-int open_to_read(const std::string& path) {
-    return open(path.c_str(), O_RDONLY | O_CLOEXEC);
+// A file open for reading, closed again unless somebody takes the descriptor.
+class open_file {
+public:
+    explicit open_file(const std::string& path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
+    ~open_file() {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    open_file(const open_file&) = delete;
+    open_file& operator=(const open_file&) = delete;
+
+    int fd() const { return fd_; }
+    int take() { return std::exchange(fd_, -1); }
+
+private:
+    int fd_;
+};
+
+// One read call; what was read is NUL-terminated.
+int read_once(int fd, unsigned char* buf, int len) {
+    const auto n = static_cast<int>(read(fd, buf, static_cast<std::size_t>(len) - 1));
+    if (n > 0)
+        buf[n] = 0;
+    return n;
 }
 } // namespace
 
@@ -102,49 +125,43 @@ int file_cache::open_and_cache(const std::string& path) {
         return found->second->fd;
     if (file_fds_cache.size() > cache_limit)
         return -EMFILE;
-    int fd = open_to_read(path);
-    if (fd < 0) {
+    open_file file(path);
+    if (file.fd() < 0) {
         __android_log_print(ANDROID_LOG_ERROR, nullptr, "open_and_cache no such file: %s\n",
                             path.c_str());
         return -2;
     }
-    file_fds_cache.emplace(path, std::make_shared<fd_cache>(fd));
-    return fd;
+    file_fds_cache.emplace(path, std::make_shared<fd_cache>(file.fd()));
+    return file.take();
 }
 
 int file_cache::read_file(const std::string& path, unsigned char* buf, int len, bool cache) {
     if (len < 1)
         return -1;
-    std::shared_ptr<fd_cache> entry;
-    std::unique_lock<std::mutex> reading;
-    int fd;
-    {
-        std::lock_guard<std::mutex> lock(fds_lock);
-        if (auto found = file_fds_cache.find(path); found != file_fds_cache.end()) {
-            entry = found->second;
-            reading = std::unique_lock<std::mutex>(entry->flock);
-            fd = entry->fd;
-            lseek(fd, 0, SEEK_SET);
-        } else {
-            fd = open_to_read(path);
-            if (fd < 0) {
-                __android_log_print(ANDROID_LOG_ERROR, nullptr, "read_file no such file: %s\n",
-                                    path.c_str());
-                return -2;
-            }
-            if (cache && file_fds_cache.size() <= cache_limit) {
-                entry = std::make_shared<fd_cache>(fd);
-                reading = std::unique_lock<std::mutex>(entry->flock);
-                file_fds_cache.emplace(path, entry);
-            }
-        }
+    std::unique_lock<std::mutex> map_lock(fds_lock);
+    if (auto found = file_fds_cache.find(path); found != file_fds_cache.end()) {
+        const std::shared_ptr<fd_cache> entry = found->second;
+        std::lock_guard<std::mutex> reading(entry->flock);
+        map_lock.unlock();
+        lseek(entry->fd, 0, SEEK_SET);
+        return read_once(entry->fd, buf, len);
     }
-    auto n = static_cast<int>(read(fd, buf, static_cast<std::size_t>(len) - 1));
-    if (!entry)
-        close(fd);
-    if (n > 0)
-        buf[n] = 0;
-    return n;
+    open_file file(path);
+    if (file.fd() < 0) {
+        __android_log_print(ANDROID_LOG_ERROR, nullptr, "read_file no such file: %s\n",
+                            path.c_str());
+        return -2;
+    }
+    if (!cache || file_fds_cache.size() > cache_limit) {
+        map_lock.unlock();
+        return read_once(file.fd(), buf, len);
+    }
+    const auto entry = std::make_shared<fd_cache>(file.fd());
+    std::lock_guard<std::mutex> reading(entry->flock);
+    file_fds_cache.emplace(path, entry);
+    file.take();
+    map_lock.unlock();
+    return read_once(entry->fd, buf, len);
 }
 
 void file_cache::empty_cache_file() {
