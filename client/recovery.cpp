@@ -22,7 +22,10 @@ int close_at_once(client_comm& connection) {
 
 int start_over(client_comm& connection) {
     close_at_once(connection);
-    return connection.connect_to_server();
+    const int result = connection.connect_to_server();
+    if (result < 0)
+        close_at_once(connection);
+    return result;
 }
 
 int leave(client_comm& connection) {

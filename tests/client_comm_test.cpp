@@ -167,6 +167,10 @@ TEST_F(client_comm_test, knows_whose_a_code_is_and_starts_over) {
     EXPECT_EQ(comparable(server.take_requests(true).back()), give_back);
     EXPECT_EQ(connection->get_socket(), nullptr);
     EXPECT_EQ(close_at_once(*connection), 0);
+    server.granted_id = -1;
+    server.next({}); // nobody answers
+    EXPECT_EQ(start_over(*connection), -3);
+    EXPECT_EQ(connection->get_socket(), nullptr) << "nothing waits to be delivered later";
 }
 
 TEST_F(client_comm_test, closes_after_a_signal_interrupted_it) {
@@ -175,7 +179,7 @@ TEST_F(client_comm_test, closes_after_a_signal_interrupted_it) {
     ASSERT_EQ(nobody.send_msg_to_server(1, 1, nullptr, 0), 0);
     const int linger_ms = 1000; // closing waits that long for nobody to take the request
     zmq_setsockopt(nobody.get_socket(), ZMQ_LINGER, &linger_ms, sizeof linger_ms);
-    struct sigaction interrupts{}; // without SA_RESTART
+    struct sigaction interrupts {}; // without SA_RESTART
     interrupts.sa_handler = [](int) {};
     sigaction(SIGALRM, &interrupts, nullptr);
     itimerval often{{0, 20000}, {0, 20000}};

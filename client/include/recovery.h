@@ -23,8 +23,11 @@ MONCL_API bool answered(client_comm& connection, int code);
 MONCL_API int close_at_once(client_comm& connection);
 
 /// Puts @p connection on a new socket: `close_at_once`, then `connect_to_server`. While the process
-/// holds a client id, nothing is asked, so 0 does not say that the server is there.
-/// @return 0, or the negative code of `connect_to_server`, after at most 1000 ms
+/// holds a client id, nothing is asked, so 0 does not say that the server is there. Call it again
+/// and again to wait for a server.
+/// @return 0, or the negative code of `connect_to_server`, after at most 1000 ms. A failure leaves
+///         no socket: a request for a client id that stayed on it would be delivered to a server
+///         that starts later, and take an id that nobody holds
 MONCL_API int start_over(client_comm& connection);
 
 /// Gives the process's client id back and closes the socket of @p connection, to be called for the
