@@ -10,9 +10,13 @@
 #define MONSRV_MONITOR_SERVER_H
 
 #include "client_ids.h"
-#include "host.h"
 #include "sampler.h"
+#include "slow_requests.h"
 
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -28,8 +32,18 @@ struct server_options {
 /// ADDRESS:PORT, an IPv6 address in brackets.
 std::string endpoint_text(const std::string& address, const std::string& port);
 
+/// What a server did not answer, since it was constructed.
+struct server_counts {
+    std::uint64_t malformed;        ///< messages that are no request: no delimiter or no frame
+    std::uint64_t dropped_requests; ///< of clients that had too many waiting, or for want of memory
+    std::uint64_t dropped_answers;  ///< to clients that did not read those before
+};
+
 /// One server; owns its socket. `bind` and `run` belong to one thread, `stop` may be called from
-/// any thread and from a signal handler.
+/// any thread and from a signal handler, `counts` from any thread.
+///
+/// A client's requests are answered in order. One that takes long holds up that client's next, and
+/// nobody else's.
 class monitor_server {
 public:
     /// @throws std::system_error if the process is out of descriptors
@@ -50,18 +64,27 @@ public:
     void run();
     /// Ends `run`, or keeps it from starting. Async-signal-safe.
     void stop();
+    server_counts counts() const;
 
 private:
     struct sockets;
 
     void take_request();
-    void answer(const unsigned char* frame, std::size_t size);
-    int dispatch(const data_struct& header, const unsigned char* payload, reply& answer);
-    void send(const data_struct& header, int result, const reply& answer);
+    void take(const std::string& peer, std::string frame);
+    void answer(const std::string& peer, std::string frame);
+    int answer_about_ids(const data_struct& header, const unsigned char* payload, reply& answer);
+    void client_gone(std::uint8_t id);
+    void send_slow_answers();
+    void send(const std::string& peer, const data_struct& header, int result, const reply& answer);
 
-    host env_;
-    sampler_table samplers_;
+    std::shared_ptr<const sampled_machine> machine_;
+    slow_requests slow_;
+    // Clients with a slow request in progress, and their requests after it.
+    std::map<std::string, std::deque<std::string>> busy_;
     client_ids ids_;
+    std::atomic<std::uint64_t> malformed_{0};
+    std::atomic<std::uint64_t> dropped_requests_{0};
+    std::atomic<std::uint64_t> dropped_answers_{0};
     std::unique_ptr<sockets> sockets_;
 };
 

@@ -2,6 +2,9 @@
 #include "sampler.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
 
 namespace monsrv {
 
@@ -14,6 +17,12 @@ std::vector<sampler_installer>& installers() {
 
 std::int32_t request::number() const {
     return size < 4 ? 0 : static_cast<std::int32_t>(u8_to_u32(payload));
+}
+
+data_struct header_of(const std::string& frame) {
+    data_struct header{};
+    std::memcpy(&header, frame.data(), std::min<std::size_t>(frame.size(), frame_header_size));
+    return header;
 }
 
 void reply::allow_parts() {
@@ -41,14 +50,19 @@ bool reply::add_lines(std::string_view text) {
 }
 
 void sampler_table::on(int command, int sub_command, handler answer) {
-    handlers_[{command, sub_command}] = std::move(answer);
+    handlers_[{command, sub_command}] = {std::move(answer)};
 }
 
-void sampler_table::on_client_gone(std::function<void(std::uint8_t)> forget) {
-    forgetters_.push_back(std::move(forget));
+void sampler_table::on_slow(std::size_t thread, int command, int sub_command, handler answer,
+                            sharing shared) {
+    handlers_[{command, sub_command}] = {std::move(answer), thread, shared};
 }
 
-const handler* sampler_table::find(int command, int sub_command) const {
+void sampler_table::on_client_gone(std::function<void(std::uint8_t)> forget, std::size_t thread) {
+    forgetters_.emplace_back(thread, std::move(forget));
+}
+
+const answering* sampler_table::find(int command, int sub_command) const {
     auto found = handlers_.find({command, sub_command});
     return found == handlers_.end() ? nullptr : &found->second;
 }
@@ -60,9 +74,20 @@ std::vector<std::pair<int, int>> sampler_table::requests() const {
     return all;
 }
 
-void sampler_table::client_gone(std::uint8_t client_id) const {
-    for (const auto& forget : forgetters_)
-        forget(client_id);
+void sampler_table::client_gone(std::uint8_t client_id, std::size_t thread) const {
+    for (const auto& [its_thread, forget] : forgetters_)
+        if (its_thread == thread)
+            forget(client_id);
+}
+
+int run_handler(const handler& answer, const request& asked, reply& answered) {
+    try {
+        return answer(asked, answered);
+    } catch (const std::bad_alloc&) {
+        return -ENOMEM;
+    } catch (const std::exception&) {
+        return -EIO;
+    }
 }
 
 sampler_registration::sampler_registration(sampler_installer install) {

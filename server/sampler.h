@@ -4,8 +4,12 @@
 //
 //     const sampler_registration registered(install);
 //
-// where install(table, env) adds a handler for each request it answers. Handlers of one server run
-// in one thread, one after the other; each must return well within a client's 1000 ms.
+// where install(table, env) adds a handler for each request it answers.
+//
+// The handlers of one server run in its loop, one after the other, and hold up all clients: 10 ms
+// are long. Handlers that may take longer belong to a slow subject, which has a thread of its own;
+// they run there one after the other, and must return well within a client's 1000 ms. What handlers
+// remember belongs to the thread that they run in; no two subjects share any of it.
 #ifndef MONSRV_SAMPLER_H
 #define MONSRV_SAMPLER_H
 
@@ -16,6 +20,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -33,6 +38,9 @@ struct request {
     /// payload is shorter.
     std::int32_t number() const;
 };
+
+/// The header of a request's frame, with zeros for what it lacks.
+data_struct header_of(const std::string& frame);
 
 /// The payload of an answer. Holds one packet of 8192 bytes unless `allow_parts` was called; more
 /// is cut off.
@@ -73,25 +81,52 @@ private:
 /// @return 0, or a negated errno that is sent instead of the payload
 using handler = std::function<int(const request&, reply&)>;
 
+/// The thread of the server's loop, and of all handlers that are not slow.
+inline constexpr std::size_t loop_thread = 0;
+
+/// Whether clients that ask for the same may get the same answer, a tenth of a second old at most.
+enum class sharing { none, among_clients };
+
+/// How a request is answered.
+struct answering {
+    handler answer;
+    std::size_t thread = loop_thread; ///< that must call `answer`
+    sharing shared = sharing::none;   ///< only where the thread is not the loop's
+};
+
 /// The handlers of one server, by command and sub-command.
 class sampler_table {
 public:
-    /// Calls @p answer for requests of @p command and @p sub_command.
-    void on(int command, int sub_command, handler answer);
-    /// Calls @p forget with the id of every client that gives its id back.
-    void on_client_gone(std::function<void(std::uint8_t)> forget);
+    /// A thread for the handlers of one slow subject.
+    std::size_t add_slow_thread() { return threads_++; }
+    /// Number of threads, the loop's included.
+    std::size_t threads() const { return threads_; }
 
-    /// The handler of a request; null if there is none.
-    const handler* find(int command, int sub_command) const;
+    /// Calls @p answer in the loop for requests of @p command and @p sub_command.
+    void on(int command, int sub_command, handler answer);
+    /// Calls @p answer in the thread @p thread.
+    void on_slow(std::size_t thread, int command, int sub_command, handler answer,
+                 sharing shared = sharing::none);
+    /// Calls @p forget, in the thread @p thread, with the id of every client that gives its id
+    /// back.
+    void on_client_gone(std::function<void(std::uint8_t)> forget, std::size_t thread = loop_thread);
+
+    /// How a request is answered; null if it is not.
+    const answering* find(int command, int sub_command) const;
     /// Command and sub-command of every request that has a handler, in ascending order.
     std::vector<std::pair<int, int>> requests() const;
-    /// Tells every sampler that a client is gone.
-    void client_gone(std::uint8_t client_id) const;
+    /// Tells the samplers of @p thread, which must be the caller's, that a client is gone.
+    void client_gone(std::uint8_t client_id, std::size_t thread) const;
 
 private:
-    std::map<std::pair<int, int>, handler> handlers_;
-    std::vector<std::function<void(std::uint8_t)>> forgetters_;
+    std::map<std::pair<int, int>, answering> handlers_;
+    std::vector<std::pair<std::size_t, std::function<void(std::uint8_t)>>> forgetters_;
+    std::size_t threads_ = loop_thread + 1;
 };
+
+/// Calls @p answer.
+/// @return its result; -ENOMEM or -EIO if it threw
+int run_handler(const handler& answer, const request& asked, reply& answered);
 
 /// Adds a subject's handlers to a server's table. @p env outlives the table.
 using sampler_installer = void (*)(sampler_table& table, const host& env);
@@ -104,6 +139,18 @@ public:
 
 /// Installs all registered subjects.
 void install_samplers(sampler_table& table, const host& env);
+
+/// A machine and the samplers installed for it.
+struct sampled_machine {
+    explicit sampled_machine(host sampled) : env(std::move(sampled)) {
+        install_samplers(samplers, env);
+    }
+    sampled_machine(const sampled_machine&) = delete;
+    sampled_machine& operator=(const sampled_machine&) = delete;
+
+    host env;
+    sampler_table samplers; // refer to env
+};
 
 } // namespace monsrv
 

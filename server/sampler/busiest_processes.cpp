@@ -1,4 +1,8 @@
 // The table of busiest processes.
+//
+// Reading the kernel's files of all processes is what costs. So clients share samples: one serves
+// all who ask within a tenth of a second, and each gets the difference to the sample that it was
+// answered from before.
 #include "mon_cpu.h"
 #include "platform_log.h"
 #include "process_files.h"
@@ -9,25 +13,32 @@
 #include <chrono>
 #include <ctime>
 #include <limits>
+#include <map>
 #include <memory>
+#include <optional>
+#include <set>
 #include <sstream>
 #include <unistd.h>
 
 namespace monsrv {
 namespace {
 
-// What one answer may cost: beyond these the processes of the highest ids are left out.
+// How long a sample serves those who ask, or as long as it took if that is more.
+constexpr std::chrono::milliseconds shared_for{100};
+// What one sample may cost: beyond these the processes of the highest ids are left out.
 constexpr std::size_t processes_max = 32768;
 constexpr std::chrono::milliseconds time_max{500};
-// When the I/O accounts of processes that are not shown are no longer read for the next answer.
+// When no more I/O accounts are read for a sample, other than of processes that are shown.
 constexpr std::chrono::milliseconds accounts_max{100};
 // What looking at the shown processes' sockets may take: the descriptors of one process, those of
 // all, and with the kernel's list of sockets.
 constexpr std::chrono::milliseconds descriptors_max{10};
 constexpr std::chrono::milliseconds all_descriptors_max{60};
 constexpr std::chrono::milliseconds network_max{100};
-// Clients whose previous answer is remembered; the one that asked longest ago makes room.
-constexpr std::size_t clients_max = 32;
+// Clients whose previous answer is remembered, and the samples that these were answered from; the
+// client that asked longest ago makes room.
+constexpr std::size_t clients_max = 128;
+constexpr std::size_t samples_max = 32;
 
 constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
 
@@ -36,15 +47,31 @@ struct process_totals {
     std::int32_t pid;
     std::uint64_t start_ticks; // tells a process from an earlier one of the same id
     std::uint64_t run_ticks;
-    bool ran;                  // since the answer before
+    bool ran;                  // since the sample before
     double io_bytes = unknown; // not a number if they were not read
     double io_time = 0;        // of reading them, in seconds since boot
 };
 
-// All that was read for one answer.
+// What rates are counted from; kept while a client's previous answer was made from it.
 struct snapshot {
     double uptime = 0;                     // seconds since boot
     std::vector<process_totals> processes; // by id
+};
+
+using time_point = std::chrono::steady_clock::time_point;
+using socket_inodes = std::vector<std::uint32_t>;
+
+// All that is known of the processes at one time. What only tables show is added when one does.
+struct sample {
+    explicit sample(const host& env) : files(env) {}
+
+    all_processes files;
+    std::shared_ptr<snapshot> totals = std::make_shared<snapshot>();
+    std::vector<pid_msg> rows; // of the processes in `totals`, without their rates
+    time_point fresh_until;
+    std::map<std::int32_t, std::optional<socket_inodes>> inodes; // none if they are unknown
+    std::optional<std::vector<tcp_socket>> sockets;
+    time_point sockets_time{}; // when they were listed, or that failed
 };
 
 // The time that a process's figures are an average over, and the totals at its start.
@@ -106,56 +133,80 @@ std::int16_t to_int16(std::int64_t value) {
     return static_cast<std::int16_t>(std::clamp<std::int64_t>(value, limits::min(), limits::max()));
 }
 
-pid_msg make_row(const process_status& status, const process_totals& now, const base& since) {
+pid_msg make_row(const process_status& status, std::int32_t pid) {
     pid_msg row{};
-    row.pid = now.pid;
+    row.pid = pid;
     row.ppid = status.ppid;
     status.comm.copy(row.comm, sizeof row.comm - 1);
     row.state = status.state;
     row.priority = to_int16(status.priority);
     row.processor = to_int16(status.processor);
     row.io_per_second = static_cast<float>(unknown);
-    const std::uint64_t ticks = now.run_ticks - std::min(since.run_ticks, now.run_ticks);
-    row.process_usage =
-        static_cast<float>(static_cast<double>(ticks) / ticks_per_second / since.seconds * 100);
     row.net_band = static_cast<float>(unknown);
     constexpr std::int64_t pages_max = std::numeric_limits<std::int64_t>::max() >> 24;
     row.rss = std::clamp<std::int64_t>(status.rss_pages, 0, pages_max) * page_size;
     return row;
 }
 
-// Leaves the rows that fit into the table, the busiest first.
-void choose_rows(std::vector<pid_msg>& rows) {
-    const auto shown = std::min<std::size_t>(rows.size(), top_pid_rows);
-    std::partial_sort(rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(shown), rows.end(),
-                      [](const pid_msg& a, const pid_msg& b) {
-                          return a.process_usage != b.process_usage
-                                     ? a.process_usage > b.process_usage
-                                     : a.pid < b.pid;
+// Percent of one CPU.
+float usage(const process_totals& now, const base& since) {
+    const std::uint64_t ticks = now.run_ticks - std::min(since.run_ticks, now.run_ticks);
+    return static_cast<float>(static_cast<double>(ticks) / ticks_per_second / since.seconds * 100);
+}
+
+// The rows that fit into the table, the busiest first.
+std::vector<pid_msg> choose_rows(const sample& now, const snapshot* before) {
+    std::vector<std::pair<float, std::size_t>> ranks; // usage, index
+    for (std::size_t i = 0; i < now.rows.size(); ++i) {
+        const process_totals& totals = now.totals->processes[i];
+        ranks.emplace_back(usage(totals, base_of(totals, before, now.totals->uptime)), i);
+    }
+    const auto shown = std::min<std::size_t>(ranks.size(), top_pid_rows);
+    std::partial_sort(ranks.begin(), ranks.begin() + static_cast<std::ptrdiff_t>(shown),
+                      ranks.end(), [](const auto& a, const auto& b) {
+                          return a.first != b.first ? a.first > b.first : a.second < b.second;
                       });
-    rows.resize(shown);
+    std::vector<pid_msg> rows;
+    for (std::size_t i = 0; i < shown; ++i) {
+        rows.push_back(now.rows[ranks[i].second]);
+        rows.back().process_usage = ranks[i].first;
+    }
+    return rows;
+}
+
+// Lists the sockets of the processes shown that no other table has shown, as far as time permits.
+void look_at_sockets(sample& now, const std::vector<pid_msg>& rows) {
+    const auto start = std::chrono::steady_clock::now();
+    for (const pid_msg& row : rows) {
+        const auto time = std::chrono::steady_clock::now();
+        if (time > start + all_descriptors_max)
+            break;
+        const auto [known, is_new] = now.inodes.try_emplace(row.pid);
+        socket_inodes inodes;
+        if (is_new && list_socket_inodes(now.files.open_descriptors(row.pid),
+                                         time + descriptors_max, inodes) == 0)
+            known->second = std::move(inodes);
+    }
+    if (now.sockets_time != time_point{})
+        return;
+    std::vector<tcp_socket> sockets;
+    if (list_tcp_sockets(start + network_max, sockets) == 0)
+        now.sockets = std::move(sockets);
+    now.sockets_time = std::chrono::steady_clock::now();
 }
 
 // Fills in what the processes' sockets have carried since @p rates was updated before. A rate that
 // cannot be known in time stays unknown.
-void add_network(const all_processes& processes, socket_rates& rates, std::vector<pid_msg>& rows) {
-    const auto start = std::chrono::steady_clock::now();
-    std::vector<std::pair<pid_msg*, std::vector<std::uint32_t>>> known;
-    for (pid_msg& row : rows) {
-        const auto now = std::chrono::steady_clock::now();
-        if (now > start + all_descriptors_max)
-            break;
-        std::vector<std::uint32_t> inodes;
-        if (list_socket_inodes(processes.open_descriptors(row.pid), now + descriptors_max,
-                               inodes) == 0)
-            known.emplace_back(&row, std::move(inodes));
-    }
-    std::vector<tcp_socket> sockets;
-    if (list_tcp_sockets(start + network_max, sockets) < 0)
+void add_network(sample& now, socket_rates& rates, std::vector<pid_msg>& rows) {
+    look_at_sockets(now, rows);
+    if (!now.sockets)
         return;
-    rates.update(std::move(sockets), std::chrono::steady_clock::now());
-    for (const auto& [row, inodes] : known)
-        row->net_band = static_cast<float>(rates.rate(inodes) / 1024);
+    rates.update(*now.sockets, now.sockets_time);
+    for (pid_msg& row : rows) {
+        const auto known = now.inodes.find(row.pid);
+        if (known != now.inodes.end() && known->second)
+            row.net_band = static_cast<float>(rates.rate(*known->second) / 1024);
+    }
 }
 
 // Deals the simulated cores' load out: on each core two of the four busiest processes work.
@@ -167,92 +218,116 @@ void add_accelerator(const board_figures& board, std::vector<pid_msg>& rows) {
     }
 }
 
-// Builds tables, and remembers for each client what the previous one was made from.
+// Takes samples, builds tables, and remembers for each client what the previous one was made from.
 class process_table {
 public:
     explicit process_table(const host& env) : env_(env) {}
 
     int answer(std::uint8_t client_id, reply& answer) {
-        const auto start = std::chrono::steady_clock::now();
-        const all_processes processes(env_);
-        std::vector<std::int32_t> pids;
-        if (const int error = processes.list(processes_max + 1, pids); error < 0)
+        if (const int error = refresh(); error < 0)
             return error;
-        const auto known = previous_.find(client_id);
-        const snapshot* before = known != previous_.end() ? &known->second.seen : nullptr;
-        snapshot now;
-        now.uptime = read_uptime(env_);
-        now.processes.reserve(pids.size());
-        std::vector<pid_msg> rows;
+        client& asking = clients_[client_id];
+        asking.turn = ++turn_;
+        if (asking.seen != latest_->totals) {
+            asking.table = make_table(asking.seen.get(), asking.sockets);
+            asking.seen = latest_->totals;
+        }
+        answer.add_record(asking.table);
+        forget_others();
+        return 0;
+    }
+
+    void forget(std::uint8_t client_id) { clients_.erase(client_id); }
+
+private:
+    struct client {
+        std::shared_ptr<const snapshot> seen; // null before the first answer
+        top_pid_info table{};                 // made from it
+        socket_rates sockets;
+        std::uint64_t turn = 0; // of the latest answer
+    };
+
+    // Takes a sample unless the latest one is fresh. In a tree of files, another time is another
+    // capture.
+    int refresh() {
+        const auto start = std::chrono::steady_clock::now();
+        const double uptime = read_uptime(env_);
+        if (latest_ && start < latest_->fresh_until &&
+            (env_.is_live() || uptime == latest_->totals->uptime))
+            return 0;
+        auto now = std::make_unique<sample>(env_);
+        std::vector<std::int32_t> pids;
+        if (const int error = now->files.list(processes_max + 1, pids); error < 0)
+            return error;
+        now->totals->uptime = uptime;
+        now->totals->processes.reserve(pids.size());
+        now->rows.reserve(pids.size());
         std::size_t looked_at = 0;
         const std::size_t most = std::min(pids.size(), processes_max);
         while (looked_at < most && std::chrono::steady_clock::now() <= start + time_max)
-            add_process(processes, pids[looked_at++], before, now, rows);
+            add_process(*now, pids[looked_at++]);
         log_left_out(looked_at, pids.size() - looked_at);
-        choose_rows(rows);
-        add_io(processes, before, now, rows);
-        read_other_accounts(processes, now, start + accounts_max);
-        client& asking = remember(client_id, std::move(now));
+        read_accounts(*now, start + accounts_max);
+        const auto end = std::chrono::steady_clock::now();
+        now->fresh_until = end + std::max<std::chrono::nanoseconds>(shared_for, end - start);
+        latest_ = std::move(now);
+        return 0;
+    }
+
+    // Adds nothing for a process that has ended since it was listed.
+    void add_process(sample& now, std::int32_t pid) {
+        process_status status;
+        if (now.files.read_stat(pid, stat_) < 0 || !parse_process_stat(stat_, status))
+            return;
+        process_totals totals{pid, status.start_ticks, status.run_ticks, true};
+        const snapshot* before = latest_ ? latest_->totals.get() : nullptr;
+        totals.ran = base_of(totals, before, now.totals->uptime).run_ticks != status.run_ticks;
+        now.rows.push_back(make_row(status, pid));
+        now.totals->processes.push_back(totals);
+    }
+
+    // Reads a process's account unless that was done for this sample.
+    void read_account(const sample& now, process_totals& totals) {
+        if (totals.io_time != 0)
+            return;
+        totals.io_time = env_.is_live() ? read_uptime(env_) : now.totals->uptime;
+        if (now.files.read_io(totals.pid, io_) == 0)
+            totals.io_bytes = static_cast<double>(storage_bytes(io_));
+    }
+
+    // First of those that are likelier to be shown. Those that are not shown now may be next time.
+    void read_accounts(const sample& now, time_point deadline) {
+        for (const bool ran : {true, false}) {
+            for (process_totals& each : now.totals->processes) {
+                if (std::chrono::steady_clock::now() > deadline)
+                    return;
+                if (each.ran == ran)
+                    read_account(now, each);
+            }
+        }
+    }
+
+    void add_io(const sample& now, const snapshot* before, std::vector<pid_msg>& rows) {
+        std::vector<process_totals>& processes = now.totals->processes;
+        for (pid_msg& row : rows) {
+            const auto at = find_process(processes, row.pid) - processes.data();
+            process_totals& totals = processes[static_cast<std::size_t>(at)];
+            read_account(now, totals);
+            row.io_per_second = io_rate(totals, base_of(totals, before, now.totals->uptime));
+        }
+    }
+
+    top_pid_info make_table(const snapshot* before, socket_rates& sockets) {
+        std::vector<pid_msg> rows = choose_rows(*latest_, before);
+        add_io(*latest_, before, rows);
         if (env_.is_live())
-            add_network(processes, asking.sockets, rows);
+            add_network(*latest_, sockets, rows);
         if (env_.board() != nullptr)
             add_accelerator(env_.board()->now(), rows);
         top_pid_info table{};
         table.pid_num = static_cast<std::int32_t>(rows.size());
         std::copy(rows.begin(), rows.end(), table.send_pid_info);
-        answer.add_record(table);
-        return 0;
-    }
-
-    void forget(std::uint8_t client_id) { previous_.erase(client_id); }
-
-private:
-    struct client {
-        snapshot seen;
-        socket_rates sockets;
-    };
-
-    // Adds nothing for a process that has ended since it was listed.
-    void add_process(const all_processes& processes, std::int32_t pid, const snapshot* before,
-                     snapshot& now, std::vector<pid_msg>& rows) {
-        process_status status;
-        if (processes.read_stat(pid, stat_) < 0 || !parse_process_stat(stat_, status))
-            return;
-        process_totals totals{pid, status.start_ticks, status.run_ticks, true};
-        const base since = base_of(totals, before, now.uptime);
-        totals.ran = since.run_ticks != status.run_ticks;
-        rows.push_back(make_row(status, totals, since));
-        now.processes.push_back(totals);
-    }
-
-    void read_account(const all_processes& processes, const snapshot& now, process_totals& totals) {
-        totals.io_time = env_.is_live() ? read_uptime(env_) : now.uptime;
-        if (processes.read_io(totals.pid, io_) == 0)
-            totals.io_bytes = static_cast<double>(storage_bytes(io_));
-    }
-
-    void add_io(const all_processes& processes, const snapshot* before, snapshot& now,
-                std::vector<pid_msg>& rows) {
-        for (pid_msg& row : rows) {
-            const auto at = find_process(now.processes, row.pid) - now.processes.data();
-            process_totals& totals = now.processes[static_cast<std::size_t>(at)];
-            read_account(processes, now, totals);
-            row.io_per_second = io_rate(totals, base_of(totals, before, now.uptime));
-        }
-    }
-
-    // For the next answer, which may show others: first of those that are likelier to be shown.
-    void read_other_accounts(const all_processes& processes, snapshot& now,
-                             std::chrono::steady_clock::time_point deadline) {
-        for (const bool ran : {true, false}) {
-            for (process_totals& each : now.processes) {
-                if (each.ran != ran || each.io_time != 0)
-                    continue;
-                if (std::chrono::steady_clock::now() > deadline)
-                    return;
-                read_account(processes, now, each);
-            }
-        }
+        return table;
     }
 
     void log_left_out(std::size_t looked_at, std::size_t left_out) {
@@ -264,30 +339,36 @@ private:
         left_out_ = left_out > 0;
     }
 
-    client& remember(std::uint8_t client_id, snapshot now) {
-        previous_[client_id].seen = std::move(now);
-        if (previous_.size() > clients_max)
-            previous_.erase(std::min_element(previous_.begin(), previous_.end(),
-                                             [](const auto& a, const auto& b) {
-                                                 return a.second.seen.uptime < b.second.seen.uptime;
-                                             }));
-        return previous_[client_id];
+    void forget_others() {
+        while (clients_.size() > clients_max || count_samples() > samples_max)
+            clients_.erase(std::min_element(
+                clients_.begin(), clients_.end(),
+                [](const auto& a, const auto& b) { return a.second.turn < b.second.turn; }));
+    }
+    std::size_t count_samples() const {
+        std::set<const snapshot*> all;
+        for (const auto& each : clients_)
+            all.insert(each.second.seen.get());
+        return all.size();
     }
 
     const host& env_;
-    std::map<std::uint8_t, client> previous_;
-    bool left_out_ = false; // from the latest table
+    std::unique_ptr<sample> latest_;
+    std::map<std::uint8_t, client> clients_;
+    std::uint64_t turn_ = 0;
+    bool left_out_ = false; // from the latest sample
     std::string stat_;      // kept to be reused
     std::string io_;
 };
 
 void install(sampler_table& table, const host& env) {
     auto processes = std::make_shared<process_table>(env);
-    table.on(cpu_command, cpu_request::busiest_processes,
-             [processes](const request& asked, reply& answer) {
-                 return processes->answer(asked.client_id, answer);
-             });
-    table.on_client_gone([processes](std::uint8_t id) { processes->forget(id); });
+    const std::size_t thread = table.add_slow_thread();
+    table.on_slow(thread, cpu_command, cpu_request::busiest_processes,
+                  [processes](const request& asked, reply& answer) {
+                      return processes->answer(asked.client_id, answer);
+                  });
+    table.on_client_gone([processes](std::uint8_t id) { processes->forget(id); }, thread);
 }
 
 const sampler_registration registered(install);

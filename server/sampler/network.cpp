@@ -255,19 +255,22 @@ private:
 
 void install(sampler_table& table, const host& env) {
     auto all = std::make_shared<network>(env);
-    table.on(network_command, network_request::add_process,
-             [all](const request& asked, reply&) { return all->add(asked); });
-    table.on(network_command, network_request::remove_process,
-             [all](const request& asked, reply&) { return all->remove(asked); });
-    table.on(network_command, network_request::start,
-             [all](const request& asked, reply&) { return all->start(asked); });
-    table.on(network_command, network_request::bandwidth,
-             [all](const request& asked, reply& answer) { return all->bandwidth(asked, answer); });
-    table.on(network_command, network_request::exit, [all](const request& asked, reply&) {
-        all->forget(asked.client_id);
-        return 0;
-    });
-    table.on_client_gone([all](std::uint8_t client_id) { all->forget(client_id); });
+    const std::size_t thread = table.add_slow_thread();
+    table.on_slow(thread, network_command, network_request::add_process,
+                  [all](const request& asked, reply&) { return all->add(asked); });
+    table.on_slow(thread, network_command, network_request::remove_process,
+                  [all](const request& asked, reply&) { return all->remove(asked); });
+    table.on_slow(thread, network_command, network_request::start,
+                  [all](const request& asked, reply&) { return all->start(asked); });
+    table.on_slow(
+        thread, network_command, network_request::bandwidth,
+        [all](const request& asked, reply& answer) { return all->bandwidth(asked, answer); });
+    table.on_slow(thread, network_command, network_request::exit,
+                  [all](const request& asked, reply&) {
+                      all->forget(asked.client_id);
+                      return 0;
+                  });
+    table.on_client_gone([all](std::uint8_t client_id) { all->forget(client_id); }, thread);
 }
 
 const sampler_registration registered(install);

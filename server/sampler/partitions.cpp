@@ -160,8 +160,10 @@ private:
 
 void install(sampler_table& table, const host& env) {
     auto all = std::make_shared<partitions>(env);
-    table.on(peripheral_command, peripheral_request::partitions,
-             [all](const request& asked, reply& answer) { return all->sample(asked, answer); });
+    table.on_slow(
+        table.add_slow_thread(), peripheral_command, peripheral_request::partitions,
+        [all](const request& asked, reply& answer) { return all->sample(asked, answer); },
+        sharing::among_clients);
 }
 
 const sampler_registration registered(install);

@@ -159,17 +159,23 @@ private:
 
 void install(sampler_table& table, const host& env) {
     auto all = std::make_shared<sensors>(env);
-    const auto answer_each = [&table, &all](const sensor_kind& kind, int first_sub_command) {
+    const std::size_t thread = table.add_slow_thread();
+    const auto answer_each = [&table, &all, thread](const sensor_kind& kind,
+                                                    int first_sub_command) {
         for (int i = 0; i < kind.count; ++i)
-            table.on(peripheral_command, first_sub_command + i,
-                     [all, &kind, i](const request&, reply& answer) {
-                         return all->sample_one(kind, i, answer);
-                     });
+            table.on_slow(
+                thread, peripheral_command, first_sub_command + i,
+                [all, &kind, i](const request&, reply& answer) {
+                    return all->sample_one(kind, i, answer);
+                },
+                sharing::among_clients);
     };
     answer_each(cooling_devices, peripheral_request::cooling);
     answer_each(thermal_zones, peripheral_request::thermal);
-    table.on(peripheral_command, peripheral_request::all_thermal,
-             [all](const request&, reply& answer) { return all->sample_all(answer); });
+    table.on_slow(
+        thread, peripheral_command, peripheral_request::all_thermal,
+        [all](const request&, reply& answer) { return all->sample_all(answer); },
+        sharing::among_clients);
 }
 
 const sampler_registration registered(install);

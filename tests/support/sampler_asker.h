@@ -23,7 +23,7 @@ public:
         monsrv::reply answer;
         const auto* data = reinterpret_cast<const unsigned char*>(payload.data());
         const monsrv::request asked{sub_command, client_id, data, payload.size()};
-        const int result = (*table_.find(command, sub_command))(asked, answer);
+        const int result = table_.find(command, sub_command)->answer(asked, answer);
         bytes.assign(answer.bytes.begin(), answer.bytes.end());
         return result;
     }
@@ -35,7 +35,10 @@ public:
             std::memcpy(&r, bytes.data() + at, sizeof r);
         return r;
     }
-    void client_gone(std::uint8_t id) const { table_.client_gone(id); }
+    void client_gone(std::uint8_t id) const {
+        for (std::size_t thread = 0; thread < table_.threads(); ++thread)
+            table_.client_gone(id, thread);
+    }
 
     std::string bytes;
 
