@@ -22,10 +22,11 @@ constexpr int parts_max = 16;
 constexpr std::size_t frame_max = frame_header_size + request_payload_max;
 // Messages that wait for the loop, of one client, before its connection is no longer read.
 constexpr int received_max = 16;
-// Answers that wait for one client to read them; it needs one. Each may be 412,000 bytes.
-constexpr int unread_max = 4;
 // Requests of one client that wait for its slow one.
-constexpr std::size_t waiting_max = 8;
+constexpr std::size_t waiting_max = 2;
+// Answers that wait for one client to read them: the slow one, those after it, and one that ZeroMQ
+// may still count when it is sent. Each may be 412,000 bytes.
+constexpr int unread_max = 4;
 
 // ZeroMQ has error numbers of its own, which only its own function can name.
 class zmq_category final : public std::error_category {

@@ -1,4 +1,5 @@
-// The server as seen from the wire: ids, refusals, packets; and the samplers of the first subjects.
+// The server as seen from the wire: ids, refusals, packets, rude and slow clients; and the samplers
+// of the first subjects.
 #include "client_ids.h"
 #include "cpu_stat_manager.h"
 #include "sys_info_manager.h"
@@ -8,12 +9,113 @@
 #include "running_server.h"
 #include "sampler_asker.h"
 
+#include <future>
+
 namespace {
 // Sends @p request as it is: the answer's error code or its size.
 int ask(client_comm& connection, const std::string& request, int flags = 0) {
     zmq_send(connection.get_socket(), request.data(), request.size(), flags);
     return flags != 0 ? 0 : connection.recv_msg_from_server();
 }
+
+const std::string cpu_query = request_bytes(0xAE02, 1, "");
+
+// A client that keeps to no order: it sends what it likes and reads when it likes.
+class rude_client {
+public:
+    explicit rude_client(int port) {
+        for (const auto& [option, value] :
+             {std::pair(ZMQ_LINGER, 0), {ZMQ_RCVHWM, 1}, {ZMQ_RCVBUF, 8192}, {ZMQ_RCVTIMEO, 20000}})
+            zmq_setsockopt(socket_, option, &value, sizeof value);
+        zmq_connect(socket_, ("tcp://127.0.0.1:" + std::to_string(port)).c_str());
+    }
+    ~rude_client() {
+        zmq_close(socket_);
+        zmq_ctx_term(context_);
+    }
+    rude_client(const rude_client&) = delete;
+    rude_client& operator=(const rude_client&) = delete;
+
+    void send(const std::vector<std::string>& parts) const {
+        for (const std::string& part : parts)
+            zmq_send(socket_, part.data(), part.size(), &part == &parts.back() ? 0 : ZMQ_SNDMORE);
+    }
+    // "COMMAND:SUB " of the next answer; of several parts, the first.
+    std::string receive() const {
+        std::string frame(answer_frame_size, 0);
+        std::size_t size = sizeof(int);
+        zmq_recv(socket_, nullptr, 0, 0); // the delimiter
+        zmq_recv(socket_, frame.data(), frame.size(), 0);
+        for (int more = 1; more != 0;) {
+            zmq_getsockopt(socket_, ZMQ_RCVMORE, &more, &size);
+            if (more != 0)
+                zmq_recv(socket_, nullptr, 0, 0);
+        }
+        std::ostringstream out;
+        out << std::hex << header_of(frame).command << ':' << header_of(frame).sub_command << ' ';
+        return out.str();
+    }
+
+private:
+    void* context_ = zmq_ctx_new();
+    void* socket_ = zmq_socket(context_, ZMQ_DEALER);
+};
+
+// A slow subject of a test: 0x5105, sub-command 1 for each client, 2 shared.
+class gated_subject {
+public:
+    gated_subject() {
+        latest = this;
+        static const monsrv::sampler_registration registered(install);
+    }
+    ~gated_subject() {
+        open();
+        latest = nullptr;
+    }
+    gated_subject(const gated_subject&) = delete;
+    gated_subject& operator=(const gated_subject&) = delete;
+
+    void open() {
+        if (!std::exchange(is_open_, true))
+            state_->opened.set_value();
+    }
+    void wait_for_request() const { state_->begun.get_future().wait(); }
+    /// What its thread was asked for: requests as "SUB ", clients that went as "-ID ". To be read
+    /// when the server is gone and nothing is in progress.
+    const std::string& calls() const { return state_->calls; }
+
+private:
+    // Not atomic: only one thread may touch the calls.
+    struct state {
+        std::promise<void> begun;
+        std::promise<void> opened;
+        std::shared_future<void> is_open{opened.get_future()};
+        std::string calls;
+    };
+    static void install(monsrv::sampler_table& table, const monsrv::host&) {
+        if (latest == nullptr)
+            return;
+        const std::size_t thread = table.add_slow_thread();
+        for (const int sub : {1, 2})
+            table.on_slow(
+                thread, 0x5105, sub,
+                [state = latest->state_](const monsrv::request& asked, monsrv::reply&) {
+                    if (state->calls.empty())
+                        state->begun.set_value();
+                    state->calls += std::to_string(asked.sub_command) + " ";
+                    state->is_open.wait();
+                    return 0;
+                },
+                sub == 1 ? monsrv::sharing::none : monsrv::sharing::among_clients);
+        table.on_client_gone(
+            [state = latest->state_](int id) { state->calls += "-" + std::to_string(id) + " "; },
+            thread);
+    }
+
+    static inline gated_subject* latest = nullptr;
+    bool is_open_ = false;
+    std::shared_ptr<state> state_ = std::make_shared<state>();
+};
 } // namespace
 
 TEST(monitor_server, refuses_what_it_does_not_understand_and_goes_on) {
@@ -46,6 +148,93 @@ TEST(monitor_server, refuses_what_it_does_not_understand_and_goes_on) {
     close_at_once(*flood);
     close_at_once(*client);
 }
+
+TEST(monitor_server, drops_messages_that_are_no_request_and_nobody_elses_answers) {
+    const running_server server;
+    const rude_client rude(server.port());
+    const auto client = server.connect();
+    const struct {
+        const char* name;
+        std::vector<std::string> parts;
+        bool answered;
+    } messages[] = {{"no delimiter", {cpu_query}, false},
+                    {"no delimiter, two parts", {cpu_query, cpu_query}, false},
+                    {"nothing", {""}, false},
+                    {"a delimiter after something", {"x", "", cpu_query}, false},
+                    {"too many parts", std::vector<std::string>(20), false},
+                    {"a request", {"", cpu_query}, true},
+                    {"a request and more", {"", cpu_query, "", "x"}, true}};
+    std::uint64_t malformed = 0;
+    for (int round = 0; round < 5; ++round) {
+        for (const auto& message : messages) {
+            rude.send(message.parts);
+            EXPECT_EQ(ask(*client, cpu_query), 8240) << message.name;
+            if (message.answered) {
+                EXPECT_EQ(rude.receive(), "ae02:1 ") << message.name;
+            }
+            malformed += message.answered ? 0 : 1;
+        }
+    }
+    EXPECT_EQ(server.counts().malformed, malformed);
+    close_at_once(*client);
+}
+
+TEST(monitor_server, keeps_few_answers_for_a_client_that_does_not_read) {
+    const file_tree tree;
+    tree.write("/proc/stat", "cpu 1\n");
+    tree.write("/proc/interrupts",
+               "CPU0\n" + repeated("100: 1 " + std::string(100, 'x') + "\n", 3700));
+    const running_server server(tree.root());
+    const auto client = server.connect();
+    {
+        const rude_client rude(server.port());
+        for (int i = 0; i < 60; ++i) // 400,000 bytes each
+            rude.send({"", request_bytes(0xAE02, 9, "")});
+        for (int i = 0; i < 1000 && server.counts().dropped_answers == 0; ++i)
+            EXPECT_EQ(ask(*client, cpu_query), 8240);
+        EXPECT_GT(server.counts().dropped_answers, 0U);
+        EXPECT_EQ(rude.receive(), "ae02:9 ") << "those before are whole";
+    }
+    EXPECT_EQ(ask(*client, cpu_query), 8240) << "after it has gone away";
+    close_at_once(*client);
+}
+
+TEST(monitor_server, holds_up_nobody_else_for_a_slow_request) {
+    gated_subject slow;
+    std::optional<running_server> server(std::in_place);
+    const int port = server->port();
+    const auto client = server->connect();
+    const rude_client rude(port);
+    const rude_client sharing[] = {rude_client(port), rude_client(port)};
+    rude.send({"", request_bytes(0x5105, 1, "")});
+    slow.wait_for_request();
+    for (int i = 0; i < 20; ++i)
+        rude.send({"", cpu_query});
+    for (const rude_client& each : sharing)
+        each.send({"", request_bytes(0x5105, 2, "")});
+    for (int i = 0; i < 1000 && server->counts().dropped_requests < 18; ++i)
+        EXPECT_EQ(ask(*client, cpu_query), 8240);
+    EXPECT_EQ(server->counts().dropped_requests, 18U) << "two wait";
+    slow.open();
+    for (const char* answer : {"5105:1 ", "ae02:1 ", "ae02:1 "})
+        EXPECT_EQ(rude.receive(), answer);
+    for (const rude_client& each : sharing)
+        EXPECT_EQ(each.receive(), "5105:2 ");
+    EXPECT_EQ(ask(*client, request_bytes(0xEAEA, 2, "\1")), 8240);
+    rude.send({"", request_bytes(0x5105, 1, "")});
+    EXPECT_EQ(rude.receive(), "5105:1 ");
+    close_at_once(*client);
+    server.reset();
+    EXPECT_EQ(slow.calls(), "1 2 -1 1 ");
+}
+
+TEST(monitor_server, stops_while_a_slow_request_is_in_progress) {
+    gated_subject slow;
+    const running_server server;
+    const rude_client rude(server.port());
+    rude.send({"", request_bytes(0x5105, 1, "")});
+    slow.wait_for_request();
+} // the server goes first
 
 TEST(monitor_server, grants_ids_until_none_is_left) {
     const running_server server;

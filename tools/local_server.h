@@ -23,6 +23,7 @@ public:
     local_server& operator=(const local_server&) = delete;
 
     int port() const { return port_; }
+    monsrv::server_counts counts() const { return server_.counts(); }
 
 private:
     monsrv::monitor_server server_;
