@@ -24,8 +24,10 @@ const std::string cpu_query = request_bytes(0xAE02, 1, "");
 class rude_client {
 public:
     explicit rude_client(int port) {
-        for (const auto& [option, value] :
-             {std::pair(ZMQ_LINGER, 0), {ZMQ_RCVHWM, 1}, {ZMQ_RCVBUF, 8192}, {ZMQ_RCVTIMEO, 20000}})
+        for (const auto& [option, value] : {std::pair(ZMQ_LINGER, 1000),
+                                            {ZMQ_RCVHWM, 1},
+                                            {ZMQ_RCVBUF, 8192},
+                                            {ZMQ_RCVTIMEO, 20000}})
             zmq_setsockopt(socket_, option, &value, sizeof value);
         zmq_connect(socket_, ("tcp://127.0.0.1:" + std::to_string(port)).c_str());
     }
@@ -151,30 +153,26 @@ TEST(monitor_server, refuses_what_it_does_not_understand_and_goes_on) {
 
 TEST(monitor_server, drops_messages_that_are_no_request_and_nobody_elses_answers) {
     const running_server server;
-    const rude_client rude(server.port());
     const auto client = server.connect();
     const struct {
         const char* name;
         std::vector<std::string> parts;
-        bool answered;
-    } messages[] = {{"no delimiter", {cpu_query}, false},
-                    {"no delimiter, two parts", {cpu_query, cpu_query}, false},
-                    {"nothing", {""}, false},
-                    {"a delimiter after something", {"x", "", cpu_query}, false},
-                    {"too many parts", std::vector<std::string>(20), false},
-                    {"a request", {"", cpu_query}, true},
-                    {"a request and more", {"", cpu_query, "", "x"}, true}};
+    } messages[] = {{"no delimiter", {cpu_query}},
+                    {"no delimiter, two parts", {cpu_query, cpu_query}},
+                    {"nothing", {""}},
+                    {"a delimiter after something", {"x", "", cpu_query}},
+                    {"too many parts", std::vector<std::string>(20)}};
     std::uint64_t malformed = 0;
-    for (int round = 0; round < 5; ++round) {
+    for (int round = 0; round < 20; ++round) {
         for (const auto& message : messages) {
-            rude.send(message.parts);
+            // It goes away at once: the server cannot answer it when it takes the message.
+            rude_client(server.port()).send(message.parts);
+            ++malformed;
             EXPECT_EQ(ask(*client, cpu_query), 8240) << message.name;
-            if (message.answered) {
-                EXPECT_EQ(rude.receive(), "ae02:1 ") << message.name;
-            }
-            malformed += message.answered ? 0 : 1;
         }
     }
+    for (int i = 0; i < 1000 && server.counts().malformed < malformed; ++i)
+        EXPECT_EQ(ask(*client, cpu_query), 8240);
     EXPECT_EQ(server.counts().malformed, malformed);
     close_at_once(*client);
 }
