@@ -91,6 +91,26 @@ TEST_F(process_samplers, rank_processes_over_their_lives_and_then_since_the_answ
     EXPECT_EQ(table.send_pid_info[145].pid, 155);
 }
 
+TEST_F(process_samplers, share_a_sample_for_a_tenth_of_a_second) {
+    using clock = std::chrono::steady_clock;
+    clock::time_point start;
+    std::string first;
+    std::string others;
+    int uptime = 102;
+    do { // until all three were asked in that time
+        ++uptime;
+        put(3, "p", 100);
+        for (std::uint8_t client = 1; client <= 2; ++client)
+            asker.client_gone(client);
+        start = clock::now();
+        first = top(std::to_string(uptime));
+        put(3, "p", 200);
+        others = top(std::to_string(uptime), 2) + top(std::to_string(uptime));
+    } while (clock::now() - start >= std::chrono::milliseconds(100));
+    EXPECT_EQ(others, first + first);
+    EXPECT_EQ(top(std::to_string(uptime + 1)), "3 100 |");
+}
+
 TEST_F(process_samplers, say_what_is_unknown) {
     auto io = [this](const std::string& uptime) {
         top(uptime);

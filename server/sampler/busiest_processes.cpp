@@ -156,10 +156,10 @@ float usage(const process_totals& now, const base& since) {
 
 // The rows that fit into the table, the busiest first.
 std::vector<pid_msg> choose_rows(const sample& now, const snapshot* before) {
-    std::vector<std::pair<float, std::size_t>> ranks; // usage, index
-    for (std::size_t i = 0; i < now.rows.size(); ++i) {
+    std::vector<std::pair<float, std::size_t>> ranks(now.rows.size()); // usage, index
+    for (std::size_t i = 0; i < ranks.size(); ++i) {
         const process_totals& totals = now.totals->processes[i];
-        ranks.emplace_back(usage(totals, base_of(totals, before, now.totals->uptime)), i);
+        ranks[i] = {usage(totals, base_of(totals, before, now.totals->uptime)), i};
     }
     const auto shown = std::min<std::size_t>(ranks.size(), top_pid_rows);
     std::partial_sort(ranks.begin(), ranks.begin() + static_cast<std::ptrdiff_t>(shown),
