@@ -78,8 +78,12 @@ int client_comm::connect_to_server() {
     return req_client_id();
 }
 
+std::uint8_t& client_comm::held_id() {
+    return keeps_own_id ? own_id : client_id;
+}
+
 int client_comm::req_client_id() {
-    if (client_id != 0)
+    if (held_id() != 0)
         return 0;
     const unsigned char none[4] = {};
     int r = send_msg_to_server(client_id_command, client_id_request::ask, none, sizeof none);
@@ -92,18 +96,18 @@ int client_comm::req_client_id() {
         log_error("Recv request id failed %d\n", r);
         return r;
     }
-    client_id = recv_data->msg[0];
-    if (client_id == 0)
+    held_id() = recv_data->msg[0];
+    if (held_id() == 0)
         log_error("%s", "Recv client_id is Unavailable\n");
-    __android_log_print(ANDROID_LOG_INFO, tag, "Client get new id %d\n", client_id);
+    __android_log_print(ANDROID_LOG_INFO, tag, "Client get new id %d\n", held_id());
     return 0;
 }
 
 int client_comm::back_client_id() {
-    if (client_id == 0)
+    const unsigned char id = held_id();
+    if (id == 0)
         return 0;
-    __android_log_print(ANDROID_LOG_INFO, tag, "Client back id %d\n", client_id);
-    const unsigned char id = client_id;
+    __android_log_print(ANDROID_LOG_INFO, tag, "Client back id %d\n", id);
     int r = send_msg_to_server(client_id_command, client_id_request::give_back, &id, 1);
     if (r < 0) {
         log_error("Send back id failed %d\n", r);
@@ -114,7 +118,7 @@ int client_comm::back_client_id() {
         log_error("Back request id failed %d\n", r);
         return r;
     }
-    client_id = 0;
+    held_id() = 0;
     return 0;
 }
 
@@ -128,7 +132,7 @@ int client_comm::send_msg_to_server(int command, int sub_command, const unsigned
     send_data->command = command;
     send_data->sub_command = sub_command;
     send_data->msg_len = static_cast<std::int32_t>(len);
-    send_data->client_id = client_id;
+    send_data->client_id = held_id();
     if (len > 0)
         std::memcpy(send_data->msg, msg, len);
     send_data->msg_type = '0';
@@ -232,6 +236,10 @@ int client_comm::recv_more_msg(unsigned char* buf, int len) {
 
 bool client_comm::was_refused() const {
     return refused;
+}
+
+void client_comm::keep_own_id() {
+    keeps_own_id = true;
 }
 
 int client_comm::get_more_len() const {

@@ -75,6 +75,11 @@ public:
     /// first.
     void stop_at_last_part(bool on);
 
+    /// Holds an id of this connection's own in place of the process's: for processes that ask
+    /// several servers, each of which grants ids by itself, or that ask from several threads. Call
+    /// it before the first `connect_to_server`. Off at first.
+    void keep_own_id();
+
     /// Gives the id back, if one is held; it stays held if that fails.
     /// @return 0, or the code of the send or receive
     int back_client_id();
@@ -100,6 +105,7 @@ public:
 
 private:
     int req_client_id();
+    std::uint8_t& held_id();
     int receive_frame();
     bool checksum_matches() const;
 
@@ -118,6 +124,8 @@ private:
     int timeout;
     std::string str_target;
     bool stop_at_last = false;
+    bool keeps_own_id = false;
+    std::uint8_t own_id = 0;
     bool ipv6 = false;
     int more_len = 0;
     bool refused = false;
