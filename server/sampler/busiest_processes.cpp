@@ -8,9 +8,11 @@
 #include "process_files.h"
 #include "process_network.h"
 #include "sampler.h"
+#include "socket_owners.h"
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <ctime>
 #include <limits>
 #include <map>
@@ -59,7 +61,6 @@ struct snapshot {
 };
 
 using time_point = std::chrono::steady_clock::time_point;
-using socket_inodes = std::vector<std::uint32_t>;
 
 // All that is known of the processes at one time. What only tables show is added when one does.
 struct sample {
@@ -69,7 +70,6 @@ struct sample {
     std::shared_ptr<snapshot> totals = std::make_shared<snapshot>();
     std::vector<pid_msg> rows; // of the processes in `totals`, without their rates
     time_point fresh_until;
-    std::map<std::int32_t, std::optional<socket_inodes>> inodes; // none if they are unknown
     std::optional<std::vector<tcp_socket>> sockets;
     time_point sockets_time{}; // when they were listed, or that failed
 };
@@ -174,38 +174,42 @@ std::vector<pid_msg> choose_rows(const sample& now, const snapshot* before) {
     return rows;
 }
 
-// Lists the sockets of the processes shown that no other table has shown, as far as time permits.
-void look_at_sockets(sample& now, const std::vector<pid_msg>& rows) {
+// Asks the kernel for its sockets, unless that was done for this sample.
+void list_sockets(sample& now, socket_owners& owners) {
     const auto start = std::chrono::steady_clock::now();
-    for (const pid_msg& row : rows) {
-        const auto time = std::chrono::steady_clock::now();
-        if (time > start + all_descriptors_max)
-            break;
-        const auto [known, is_new] = now.inodes.try_emplace(row.pid);
-        socket_inodes inodes;
-        if (is_new && list_socket_inodes(now.files.open_descriptors(row.pid),
-                                         time + descriptors_max, inodes) == 0)
-            known->second = std::move(inodes);
-    }
     if (now.sockets_time != time_point{})
         return;
     std::vector<tcp_socket> sockets;
-    if (list_tcp_sockets(start + network_max, sockets) == 0)
+    if (list_tcp_sockets(start + network_max, sockets) == 0) {
+        owners.update(sockets, start);
         now.sockets = std::move(sockets);
+    }
     now.sockets_time = std::chrono::steady_clock::now();
 }
 
 // Fills in what the processes' sockets have carried since @p rates was updated before. A rate that
 // cannot be known in time stays unknown.
-void add_network(sample& now, socket_rates& rates, std::vector<pid_msg>& rows) {
-    look_at_sockets(now, rows);
+void add_network(sample& now, socket_rates& rates, socket_owners& owners,
+                 std::vector<pid_msg>& rows) {
+    list_sockets(now, owners);
     if (!now.sockets)
         return;
     rates.update(*now.sockets, now.sockets_time);
+    const auto start = std::chrono::steady_clock::now();
     for (pid_msg& row : rows) {
-        const auto known = now.inodes.find(row.pid);
-        if (known != now.inodes.end() && known->second)
-            row.net_band = static_cast<float>(rates.rate(*known->second) / 1024);
+        // Without memory it is one of the kernel's own threads, or has ended.
+        if (row.rss == 0) {
+            row.net_band = 0;
+            continue;
+        }
+        const auto time = std::chrono::steady_clock::now();
+        if (time > start + all_descriptors_max)
+            break;
+        const process_totals* totals = find_process(now.totals->processes, row.pid);
+        const auto* inodes =
+            owners.sockets_of(now.files, row.pid, totals->start_ticks, time + descriptors_max);
+        if (inodes != nullptr)
+            row.net_band = static_cast<float>(rates.rate(*inodes) / 1024);
     }
 }
 
@@ -295,13 +299,28 @@ private:
             totals.io_bytes = static_cast<double>(storage_bytes(io_));
     }
 
+    // The kernel's own threads are many and seldom do I/O: that of one that has not run since the
+    // sample before is left until it has, when its account shows it.
+    bool keep_account(const sample& now, std::size_t at) {
+        process_totals& totals = now.totals->processes[at];
+        const process_totals* before =
+            latest_ ? find_process(latest_->totals->processes, totals.pid) : nullptr;
+        if (now.rows[at].rss != 0 || totals.ran || before == nullptr ||
+            before->start_ticks != totals.start_ticks || std::isnan(before->io_bytes))
+            return false;
+        totals.io_time = now.totals->uptime;
+        totals.io_bytes = before->io_bytes;
+        return true;
+    }
+
     // First of those that are likelier to be shown. Those that are not shown now may be next time.
     void read_accounts(const sample& now, time_point deadline) {
         for (const bool ran : {true, false}) {
-            for (process_totals& each : now.totals->processes) {
+            for (std::size_t i = 0; i < now.rows.size(); ++i) {
+                process_totals& each = now.totals->processes[i];
                 if (std::chrono::steady_clock::now() > deadline)
                     return;
-                if (each.ran == ran)
+                if (each.ran == ran && !keep_account(now, i))
                     read_account(now, each);
             }
         }
@@ -321,7 +340,7 @@ private:
         std::vector<pid_msg> rows = choose_rows(*latest_, before);
         add_io(*latest_, before, rows);
         if (env_.is_live())
-            add_network(*latest_, sockets, rows);
+            add_network(*latest_, sockets, owners_, rows);
         if (env_.board() != nullptr)
             add_accelerator(env_.board()->now(), rows);
         top_pid_info table{};
@@ -355,6 +374,7 @@ private:
     const host& env_;
     std::unique_ptr<sample> latest_;
     std::map<std::uint8_t, client> clients_;
+    socket_owners owners_;
     std::uint64_t turn_ = 0;
     bool left_out_ = false; // from the latest sample
     std::string stat_;      // kept to be reused
