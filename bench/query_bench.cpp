@@ -144,6 +144,11 @@ void cpu_query_ours(benchmark::State& state) {
     library_query(state, packets(1, cpu_table(9)),
                   [](cpu_stat_manager& manager) { return manager.get_cpu_usage(nullptr); });
 }
+// The table that the output benchmarks' samples are of the size of.
+void cpu_query_100(benchmark::State& state) {
+    library_query(state, packets(1, cpu_table(101)),
+                  [](cpu_stat_manager& manager) { return manager.get_cpu_usage(nullptr); });
+}
 void interrupt_query_raw(benchmark::State& state) {
     raw_trip(state, packets(9, interrupt_table(64, 300)));
 }
@@ -156,6 +161,7 @@ void interrupt_query_ours(benchmark::State& state) {
 }
 BENCHMARK(cpu_query_raw)->UseRealTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(cpu_query_ours)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(cpu_query_100)->UseRealTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(interrupt_query_raw)->UseRealTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(interrupt_query_ours)->UseRealTime()->Unit(benchmark::kMicrosecond);
 } // namespace

@@ -174,6 +174,8 @@ board_figures simulated_board::at(milliseconds uptime) const {
 }
 
 board_figures simulated_board::now() const {
+    if (stands_at_)
+        return at(*stands_at_);
     // The steady clock counts from the machine's start, as counters of a board would.
     return at(std::chrono::duration_cast<milliseconds>(
         std::chrono::steady_clock::now().time_since_epoch()));

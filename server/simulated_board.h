@@ -11,6 +11,7 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -72,6 +73,9 @@ struct board_figures {
 class simulated_board {
 public:
     explicit simulated_board(std::uint64_t seed) : seed_(seed) {}
+    /// A board whose time stands still at @p uptime.
+    simulated_board(std::uint64_t seed, std::chrono::milliseconds uptime)
+        : seed_(seed), stands_at_(uptime) {}
 
     /// The figures @p uptime after the board's start; a negative time counts as 0.
     board_figures at(std::chrono::milliseconds uptime) const;
@@ -80,6 +84,7 @@ public:
 
 private:
     std::uint64_t seed_;
+    std::optional<std::chrono::milliseconds> stands_at_;
 };
 
 /// What a program that simulates a board tells its user.

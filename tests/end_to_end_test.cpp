@@ -1,24 +1,23 @@
-// moncl against monsrv, as separate processes on this machine, on trees of files, and against
-// a server that misbehaves.
+// moncl against monsrv, as separate processes on this machine: true figures, servers that go and
+// come back, output that other programs read, ends by signals and errors.
 #include "child_process.h"
 #include "loopback_pair.h"
-#include "manager_support.h"
 #include "mon_cpu.h"
 #include "process_files.h"
-#include "tcp_sockets.h"
 
-#include <cmath>
-#include <limits>
-#include <regex>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <sstream>
 
 namespace {
+using nlohmann::json;
 using words = std::vector<std::string>;
 
 std::string at(int port) {
     return "127.0.0.1:" + std::to_string(port);
 }
 
-// The command that @p line holds, blanks between its words.
+// moncl with what @p line holds, blanks between its words, and its JSON Lines.
 struct moncl : child_process {
     explicit moncl(const std::string& line, int port = 0)
         : child_process(arguments(port == 0 ? line : "--connect " + at(port) + " " + line)) {}
@@ -31,19 +30,27 @@ struct moncl : child_process {
         EXPECT_EQ(wait(), status) << out << err;
         return *this;
     }
+    // All samples; fails a test if the last line is not whole.
+    std::vector<json> samples() const {
+        std::vector<json> all;
+        std::istringstream lines(out);
+        for (std::string line; std::getline(lines, line);)
+            all.push_back(json::parse(line));
+        EXPECT_EQ(out.back(), '\n');
+        return all;
+    }
 };
 
-bool matches(const std::string& text, const std::string& pattern) {
-    return std::regex_match(text, std::regex(pattern));
-}
+// A command of the shell, in which $moncl is the program.
+struct shell : child_process {
+    explicit shell(const std::string& command)
+        : child_process({"sh", "-c", "moncl='" TEST_EMULATOR " " MONCL_PROGRAM "'; " + command}) {
+        status = wait();
+    }
+    int status;
+};
 
-double figure(const std::string& text, const std::string& pattern) {
-    std::smatch found;
-    EXPECT_TRUE(std::regex_search(text, found, std::regex(pattern))) << pattern << ": " << text;
-    return found.empty() ? NAN : std::stod(found[1]);
-}
-
-// Seconds a process has run and KiB it has written, so far.
+// Seconds a process has run and bytes it has written, so far.
 std::pair<double, double> totals(int pid) {
     std::string text;
     monsrv::process_status status;
@@ -52,18 +59,36 @@ std::pair<double, double> totals(int pid) {
     monsrv::parse_process_stat(text, status);
     processes.read_io(pid, text);
     return {static_cast<double>(status.run_ticks) / 100,
-            static_cast<double>(monsrv::storage_bytes(text)) / 1024};
+            static_cast<double>(monsrv::storage_bytes(text))};
 }
 } // namespace
 
-TEST(end_to_end, cpu_shows_true_tables_of_this_machine) {
+// Of what the kernel says of all CPUs, no time is lost and none is counted twice.
+TEST(end_to_end, several_subjects_of_this_machine_are_json_that_adds_up) {
     server_process server;
-    moncl cpu("cpu 0.3 2", server.port);
-    cpu.ends(0);
-    const std::string heading = "CPU   usr       sys       iowait    irq       sirq      usage +\n";
-    const std::string row = "cpu\\d* +(\\d+\\.\\d\\d *% *){5}(\\d\\d?|100)\\.\\d\\d *%\n";
-    EXPECT_TRUE(matches(cpu.out, "(" + heading + "(" + row + "){2,}){2}")) << cpu.out;
-    EXPECT_EQ(cpu.err, "");
+    moncl run("part,system,cpu,mem,disk,net,top,irq 0.3 2 --json -P ALL -P all", server.port);
+    std::map<std::string, int> reports;
+    for (const json& sample : run.ends(0).samples()) {
+        ++reports[sample["subject"]];
+        EXPECT_EQ(sample["host"], at(server.port));
+        EXPECT_NEAR(sample["interval_s"].get<double>(), 0.3, 0.25);
+        for (const json& row : sample["subject"] == "cpu" ? sample["rows"] : json::array()) {
+            double share = 0;
+            for (const char* mode :
+                 {"user_percent", "nice_percent", "system_percent", "iowait_percent", "irq_percent",
+                  "softirq_percent", "steal_percent", "guest_percent", "idle_percent"})
+                share += row[mode].get<double>();
+            EXPECT_NEAR(share, 100, 0.01) << row;
+        }
+        if (sample["subject"] != "mem")
+            continue;
+        EXPECT_EQ(sample["rows"][0]["total_bytes"],
+                  static_cast<std::uint64_t>(sysconf(_SC_PHYS_PAGES)) *
+                      static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)));
+    }
+    EXPECT_EQ(reports["cpu"], 2);
+    EXPECT_EQ(reports.size(), 8U);
+    EXPECT_EQ(run.err, "");
     server.send_signal(SIGTERM);
     EXPECT_EQ(server.wait(), 0);
 }
@@ -75,36 +100,18 @@ TEST(end_to_end, a_busy_writer_shows_in_proc_and_top) {
     const child_process busy({"sh", "-c", "while :; do echo text; done >" + files.root() + "/f"});
     const std::string pid = std::to_string(busy.pid());
     const auto [run, written] = totals(busy.pid());
-    moncl proc("proc " + pid + " 999999999");
+    moncl proc("proc --json -p 999999999 -p " + pid);
     proc.ends(1);
     const auto [run2, written2] = totals(busy.pid());
-    EXPECT_NE(proc.err.find("moncl: process 999999999: No such process\n"), std::string::npos);
-    const double usage = figure(proc.out, "pid:" + pid + ", usage:([0-9.]+)%");
-    EXPECT_TRUE(usage >= 1 && usage <= std::min(115.0, (run2 - run + 0.05) * 200)) << usage;
-    const double rate = figure(proc.out, "write/s:([0-9.e+]+)");
-    EXPECT_TRUE(rate >= (written2 - written) / 20 && rate <= (written2 - written) * 2) << rate;
-    moncl top("top");
-    top.ends(0);
-    EXPECT_GE(figure(top.out, "\n +" + pid + " +\\d+ +\\d+ +([0-9.]+)"), 1);
-}
-
-TEST(end_to_end, ends_quietly) {
-    for (int number : {SIGINT, SIGTERM}) {
-        moncl cpu("cpu 0.1");
-        cpu.read_until("usage");
-        cpu.send_signal(number);
-        cpu.ends(0);
-        EXPECT_TRUE(matches(cpu.err, "moncl: asking a server inside .*, at 127.0.0.1:[0-9]+\n"));
-    }
-    child_process pipe(
-        {"sh", "-c", "(" TEST_EMULATOR " " MONCL_PROGRAM " cpu 0.1; echo $? >&2) | head -1"});
-    EXPECT_EQ(pipe.wait(), 0);
-    EXPECT_EQ(pipe.err.substr(pipe.err.find('\n')), "\n0\n") << "nobody reads on";
-    auto ending = std::make_unique<child_process>(words{"sleep", "60"});
-    moncl proc("proc -i 0.1 " + std::to_string(ending->pid()));
-    proc.read_until("state:");
-    ending.reset();
-    proc.ends(1);
+    EXPECT_EQ(proc.err, "moncl: process 999999999: No such process\n");
+    const json row = proc.samples().at(0)["rows"].at(0);
+    EXPECT_EQ(row["command"], "sh");
+    const auto usage = row["usage_percent"].get<double>();
+    EXPECT_TRUE(usage >= 1 && usage <= std::min(115.0, (run2 - run + 0.05) * 200)) << row;
+    const auto rate = row["written_bytes_per_second"].get<double>();
+    EXPECT_TRUE(rate >= (written2 - written) / 20 && rate <= (written2 - written) * 2) << row;
+    moncl top("top --json --only " + pid);
+    EXPECT_GE(top.ends(0).samples().at(0)["rows"].at(0)["usage_percent"].get<double>(), 1);
 }
 
 TEST(end_to_end, recovers_when_the_server_is_back_and_fails_when_it_stays_away) {
@@ -112,108 +119,170 @@ TEST(end_to_end, recovers_when_the_server_is_back_and_fails_when_it_stays_away) 
     auto server = std::make_unique<server_process>();
     const int port = server->port;
     moncl given_up("cpu 0.2 4", port);
-    moncl cpu("cpu 0.2", port);
+    moncl cpu("cpu 0.2 --json", port);
     const bool counts = *TEST_EMULATOR == '\0'; // it has no socket diagnostics
-    moncl net("net -i 0.1" + (counts ? " --pid " + std::to_string(getpid()) : ""), port);
-    const std::string last = counts ? "Kbytes/s\n" : "lo ";
-    given_up.read_until("usage");
-    net.read_until(last);
+    moncl net((counts ? "pnet,net 0.1 --json -p " + std::to_string(getpid()) : "net 0.1"), port);
+    given_up.read_until("%usage");
+    net.read_until("\n");
     server.reset();
-    cpu.read_until("no answer from " + at(port) + ", trying again\n", true);
+    const std::string away = "moncl: no answer from " + at(port) +
+                             " within 1 s: is monsrv running there and is the port open?\n";
+    cpu.read_until(away, true);
     given_up.ends(1);
     server = std::make_unique<server_process>(port);
-    cpu.read_until("is back\n", true);
-    cpu.read_until("usage");
+    cpu.read_until(" is back\n", true);
+    cpu.read_until("\"interval_s\":0.");
+    net.read_until(" is back\n", true);
     // The restarted server is told the process again, and counts what it sends and receives.
-    net.read_until("is back\n", true);
-    net.read_until(last);
     if (counts) {
-        auto total = [&net] {
-            return figure(net.out.substr(net.out.rfind("total ")), "l (\\d+) b");
+        const auto total = [&net] {
+            net.read_until("\"subject\":\"net\"");
+            const std::size_t line =
+                net.out.rfind("{\"schema\":1", net.out.rfind("\"subject\":\"pnet\""));
+            const json sample = json::parse(net.out.substr(line, net.out.find('\n', line) - line));
+            const json& bytes = sample["rows"].at(0)["bytes"];
+            return bytes.is_null() ? 0 : bytes.get<double>();
         };
+        total();
         const double before = total();
         ASSERT_TRUE(pair.carry_50000());
-        for (int i = 0; i < 100 && total() < before + 100000; ++i)
-            net.read_until(last);
-        EXPECT_EQ(total(), before + 100000);
+        double now = 0;
+        for (int i = 0; i < 100 && now < before + 100000; ++i)
+            now = total();
+        EXPECT_EQ(now, before + 100000);
     }
-    child_process second({MONSRV_PROGRAM, "--port", std::to_string(port)});
-    EXPECT_EQ(second.wait(), 1);
-    EXPECT_EQ(second.err, "monsrv: cannot listen at " + at(port) + ": Address already in use\n");
     server.reset();
-    EXPECT_EQ(moncl("cpu", port).ends(1).err,
-              "moncl: CPU connect to server failed, at " + at(port) + "\n");
+    EXPECT_EQ(moncl("cpu", port).ends(1).err, away);
 }
 
 TEST(end_to_end, ipv6_addresses_are_asked_in_brackets) {
     if (!std::ifstream("/proc/net/if_inet6").good())
         GTEST_SKIP() << "this host has no IPv6";
-    struct {
+    const struct {
         const char* bind;
         const char* printed;
         words asked;
-    } const cases[] = {{"--bind=::1", "[::1]", {"[::1]"}},
-                       {"--bind=[::1]", "[::1]", {"[::1]"}},
-                       {"--bind=*", "*", {"[::1]", "127.0.0.1"}}};
+    } cases[] = {{"--bind=::1", "[::1]", {"[::1]"}},
+                 {"--bind=[::1]", "[::1]", {"[::1]"}},
+                 {"--bind=*", "*", {"[::1]", "127.0.0.1"}}};
     for (const auto& each : cases) {
         server_process server(0, each.bind);
         const std::string port = ":" + std::to_string(server.port);
         EXPECT_EQ(server.out, "monsrv: listening at " + (each.printed + port) + "\n");
         for (const std::string& address : each.asked) {
-            moncl sysinfo("sysinfo --connect " + address + port);
-            EXPECT_NE(sysinfo.ends(0).out.find("version"), std::string::npos) << each.bind;
+            moncl system("system --json --connect " + address + port);
+            EXPECT_EQ(system.ends(0).samples().at(0)["host"], address + port) << each.bind;
         }
     }
+    server_process server;
+    child_process second({MONSRV_PROGRAM, "--port", std::to_string(server.port)});
+    EXPECT_EQ(second.wait(), 1);
+    EXPECT_EQ(second.err,
+              "monsrv: cannot listen at " + at(server.port) + ": Address already in use\n");
 }
 
-TEST(end_to_end, commands_report_a_tree_of_files) {
+TEST(end_to_end, what_a_host_lacks_is_said_in_words) {
     const file_tree tree;
     tree.write("/proc/meminfo", "MemTotal: 2048 kB\nMemAvailable: 1024 kB\nSlab: 3 kB\n");
     tree.write("/proc/diskstats", " 1 0 vda 9 9 4 9 9 9 8 9 9 9 9\n");
-    tree.write("/proc/mounts", "/dev/vda / ext4 rw 0 0\n/dev/vdb /a ext4 rw 0 0\n");
-    tree.write("/a/x", "");
     tree.write("/proc/net/dev", "  lo: 5 0 0 0 0 0 0 0 6 0 0 0 0 0 0 0\n");
-    tree.write("/sys/class/thermal/thermal_zone1/temp", "45500\n");
-    tree.write("/sys/class/thermal/cooling_device0/cur_state", "2\n");
-    const std::tuple<std::string, int, std::string> runs[] = {
-        {"mem", 0, "MemTotal: 2.0M, Available: 1.0M, Anon: 0.0K, File: 0.0K, Slab: 3.0K, .*\n"},
-        {"disk -i 0.1 -n 1", 0, "Device +vda +\nRd/Wr\\(KB/s\\) +0/0 +\n"},
-        {"part /a nosuch", 1, "Partition Avail/Size: /a: [0-9.]+./[0-9.]+.\n"},
-        {"part " + std::string(1022, 'x'), 2, ""},
-        {"thermal", 0, "Thermal\\(mC\\): +- +45500 +Cooling_stat: +2 +\n"},
-        {"thermal --cooling 1", 1, ""},
-        {"ion", 0, "no ion heaps\n"},
-        {"net -i 0.1 -n 1", 0, "Net   Rate\\(KB/s\\)\nlo    0.00\n"},
-        {"net -i 0.1 -n 1 --pid 7", 1, ""},
-        {"net --pid 0", 2, ""},
-        {"summary -i 0.1 -n 1", 0,
-         "memory    1.0M available of 2.0M: .*\ndisk      vda +0.0 KB/s read +0.0 KB/s written\n"
-         "space     vda .*\n          vdb .*\nnetwork   lo +0.0 KB/s\nthermal   45.5 deg.*\n"}};
-    for (const auto& [line, status, out] : runs) {
+    tree.write("/proc/mounts", "");
+    tree.write("/proc/stat", "cpu  1 0 0 9 0 0 0 0 0 0\ncpu0 1 0 0 9 0 0 0 0 0 0\n");
+    const std::string mem = "total available %used free buffers cached slab file anon\n"
+                            " 2.0M      1.0M 50.00    -    0.0B      - 3.0K    -    -\n";
+    const std::string too_long(1022, 'x');
+    const std::pair<std::string, std::string> cases[] = {
+        // and a status that is not 0
+        {"0.01 1",
+         "CPU %user %nice %system %iowait %irq %soft %steal %guest %idle %usage\n"
+         "all     -     -       -       -    -     -      -      -     -      -\n"
+         "+1 more\n\n" +
+             mem +
+             "\nDevice read written rd_kB/s wr_kB/s\nvda    2.0K    4.0K    0.00    0.00\n"
+             "\nDevice carried kB/s\nlo       11.0B 0.00\n"},
+        {"mem --report library", "MemTotal: 2.0M, Available: 1.0M, Anon: 0.0K, File: 0.0K, "
+                                 "Slab: 3.0K, Buffer/Cache: 0.0K\n"},
+        {"mem,ion,thermal", mem +
+                                "moncl: this host has no ion heaps (try --simulate-board)\n"
+                                "moncl: this host has no thermal zones (try --simulate-board)\n1"},
+        {"cpu 0.01 1 -P 9", "moncl: cpu: the server has no figures of CPU 9\n1"},
+        {"perf", "moncl: perf: a server that reads a tree of files has no machine whose events it "
+                 "could count (try without --root)\n1"},
+        {"part /nosuch", "moncl: the server has no figures of a file system /nosuch\n1"},
+        {"part " + too_long, "moncl: the name is too long for a request: " + too_long + "\n1"},
+        {"pnet -p 7", "moncl: process 7: No such process\n1"},
+    };
+    for (const auto& [line, shown] : cases) {
         moncl run("--root " + tree.root() + " " + line);
-        EXPECT_TRUE(matches(run.ends(status).out, out)) << line << ": " << run.out << run.err;
+        const int status = run.wait();
+        EXPECT_EQ(run.out + run.err + (status == 0 ? "" : std::to_string(status)), shown) << line;
     }
-    const std::string subjects = "system [^]*\ncpu [^]*\nmemory [^]*\nnetwork   lo [^]*";
-    EXPECT_TRUE(matches(moncl("").ends(0).out, subjects)) << "of this machine";
-    EXPECT_TRUE(matches(moncl("irq").ends(0).out, " +CPU0[^]*\n[^]*\n"));
 }
 
-TEST(end_to_end, shows_figures_and_names_no_server_of_ours_would_send) {
-    scripted_server server;
-    server.answer([](int, int sub, const std::string&) -> answer_packets {
-        top_pid_info table{};
-        table.pid_num = 1000000;
-        for (pid_msg& row : table.send_pid_info)
-            row.process_usage = std::numeric_limits<float>::quiet_NaN();
-        pid_msg& busiest = table.send_pid_info[99];
-        busiest.process_usage = 1;
-        std::memcpy(busiest.comm, "\033[2J\nabcdefghijk", sizeof busiest.comm);
-        return {sub == 8 ? packet(sub, native(table)) : error_packet(sub, -ENOSYS)};
-    });
-    moncl top("top 0.02 1", server.port());
-    top.ends(0);
-    EXPECT_EQ(std::count(top.out.begin(), top.out.end(), '\n'), 147);
-    EXPECT_LT(top.out.find(" ?[2J?abcdefghijk\n"), 300U) << top.out;
-    EXPECT_EQ(top.out.find('\033'), top.out.npos);
-    EXPECT_EQ(moncl("summary -i 0.05 -n 1", server.port()).ends(0).out.substr(0, 9), "processes");
+TEST(end_to_end, output_ends_in_whole_lines_and_no_error_is_lost) {
+    for (int number : {SIGINT, SIGTERM}) {
+        moncl cpu("cpu 0.01 --json");
+        cpu.read_until("}\n");
+        cpu.send_signal(number);
+        EXPECT_FALSE(cpu.ends(0).samples().empty());
+        EXPECT_EQ(cpu.err, "");
+    }
+    const struct {
+        const char* name;
+        const char* command;
+        int status;
+        const char* err;
+    } cases[] = {
+        {"a full disk", "$moncl cpu >/dev/full", 1,
+         "moncl: cannot write: No space left on device\n"},
+        {"a reader that goes away", "($moncl cpu 0.05; echo $? >&2) | head -1", 0, "0\n"},
+        {"no standard output", "$moncl cpu >&-", 1, "moncl: cannot write: Bad file descriptor\n"},
+    };
+    for (const auto& each : cases) {
+        const shell run(each.command);
+        EXPECT_EQ(run.status, each.status) << each.name;
+        EXPECT_EQ(run.err, each.err) << each.name;
+    }
+}
+
+TEST(end_to_end, other_programs_read_the_machine_forms) {
+    const file_tree tree;
+    tree.write("/proc/diskstats",
+               "1 0 a,b\"c 9 9 4 9 9 9 8 9 9 9 9\n1 0 d\xFF 9 9 4 9 9 9 8 9 9 9 9\n");
+    const std::string of_tree = "$moncl disk --root " + tree.root() + " --format ";
+    const std::string of_board =
+        "$moncl system,cpu,freq,mem,disk,part,net,irq,thermal,cooling,ion,nnu,"
+        "fps,isp,pym,gdc,top,monitor 2>/dev/null --simulate-board --format ";
+    const struct {
+        const char* name;
+        std::string command;
+        std::string out;
+    } cases[] = {
+        {"CSV with names that need quotes",
+         of_tree + "csv 0.01 2 | python3 -c 'import csv, sys; rows = list(csv.DictReader(open(0, "
+                   "newline=\"\", "
+                   "errors=\"replace\"), strict=True)); print(len(rows), rows[0][\"device\"], "
+                   "rows[0][\"written_bytes\"], len(rows[3]))'",
+         "4 a,b\"c 4096 7\n"},
+        {"JSON with names that are not UTF-8",
+         of_tree + "json 0.01 2 | python3 -c 'import json, sys; "
+                   "print([json.loads(l)[\"rows\"][1][\"device\"] "
+                   "for l in open(0, \"rb\")])'",
+         "['d\xEF\xBF\xBD', 'd\xEF\xBF\xBD']\n"},
+        {"the text form of Prometheus", of_board + "prometheus | promtool check metrics", ""},
+        {"its names", of_tree + "prometheus | promtool check metrics", ""},
+        // What is live has no time stamps; a store of blocks needs them.
+        {"OpenMetrics",
+         of_board + "openmetrics | sed '/^#/!s/$/ 1800000000/' >" + tree.root() +
+             "/om && promtool tsdb "
+             "create-blocks-from openmetrics " +
+             tree.root() + "/om " + tree.root() + "/blocks >&2 && promtool tsdb list " +
+             tree.root() + "/blocks | wc -l",
+         "2\n"},
+    };
+    for (const auto& each : cases) {
+        const shell run(each.command);
+        EXPECT_EQ(run.status, 0) << each.name << ": " << run.err;
+        EXPECT_EQ(run.out, each.out) << each.name;
+    }
 }

@@ -31,6 +31,9 @@ public:
         if (pid_ != 0)
             return;
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        sigset_t none; // a session of this process has blocked signals for good
+        sigemptyset(&none);
+        sigprocmask(SIG_SETMASK, &none, nullptr);
         dup2(out_file_, STDOUT_FILENO);
         dup2(err_file_, STDERR_FILENO);
         execvp(arguments[0], arguments.data());

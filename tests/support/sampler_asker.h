@@ -4,6 +4,7 @@
 
 #include "sampler.h"
 
+#include <cerrno>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -23,7 +24,8 @@ public:
         monsrv::reply answer;
         const auto* data = reinterpret_cast<const unsigned char*>(payload.data());
         const monsrv::request asked{sub_command, client_id, data, payload.size()};
-        const int result = table_.find(command, sub_command)->answer(asked, answer);
+        const monsrv::answering* found = table_.find(command, sub_command);
+        const int result = found == nullptr ? -ENOSYS : found->answer(asked, answer);
         bytes.assign(answer.bytes.begin(), answer.bytes.end());
         return result;
     }

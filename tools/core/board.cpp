@@ -1,0 +1,92 @@
+// Connecting to a server and asking it.
+#include "board.h"
+
+#include "recovery.h"
+#include "request_numbers.h"
+
+#include <initializer_list>
+
+namespace tools {
+
+system_queries::system_queries() {
+    request_cmd = system_command;
+    manager = this;
+    log_tag = "MONCL_SYSINFO";
+}
+
+int system_queries::get_version() {
+    return get_sys_info(system_request::version, version, nullptr);
+}
+
+int system_queries::get_cpu_possible() {
+    possible->cpu_num = 0; // the decoder adds to it where a server has a single CPU
+    const int code = get_sys_info(system_request::possible_cpus, possible, nullptr);
+    return code < 0 ? code : possible->cpu_num;
+}
+
+int system_queries::get_cpu_freq(int cpu) {
+    return get_sys_info(system_request::cpu_frequency + cpu, freq, nullptr);
+}
+
+board::board(endpoint at)
+    : connection(std::make_shared<client_comm>(at.host, at.port)), at_(std::move(at)) {
+    connection->stop_at_last_part(true);
+    connection->keep_own_id();
+    connection->allow_ipv6(at_.is_ipv6());
+    for (ns_req_template::request_handler* each :
+         std::initializer_list<ns_req_template::request_handler*>{&system, &cpus, &peripherals,
+                                                                  &network, &nnu, &video})
+        each->client = connection;
+}
+
+board::~board() {
+    if (connected_) {
+        if (cpus.perf_parser->enabled)
+            cpus.disable_perf_mon();
+        if (!network.parser->pid_result.empty())
+            network.exit_net_monitor();
+        connection->back_client_id();
+    }
+    cpus.client = nullptr; // else its destructor would ask a server that may be silent
+    close_at_once(*connection);
+}
+
+bool board::connect() {
+    if (!connected_)
+        connected_ = start_over(*connection) == 0;
+    return connected_;
+}
+
+bool board::is_servers_own(int code) {
+    connected_ = answered(*connection, code);
+    return connected_;
+}
+
+int board::once(const std::string& name, const std::function<int()>& query) {
+    if (const auto done = done_.find(name); done != done_.end())
+        return done->second;
+    const int result = query();
+    // Whose a negative code is, is known of the latest query only: a refused one is asked again.
+    if (result >= 0)
+        done_.emplace(name, result);
+    return result;
+}
+
+int board::get_process_status(int pid) {
+    return once("status of process " + std::to_string(pid), [&] {
+        auto& status = statuses[pid];
+        status = std::make_shared<process_stat_parser>(pid, cpus.cpus_num);
+        return cpus.get_process_info(cpu_request::process_status, status, nullptr);
+    });
+}
+
+int board::get_busiest_processes() {
+    return once("busiest processes", [this] {
+        const int code = cpus.get_process_all(0, nullptr);
+        if (code >= 0)
+            busiest = *cpus.process_parser->pid_info; // the next answer overwrites it there
+        return code;
+    });
+}
+
+} // namespace tools

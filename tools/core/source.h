@@ -1,0 +1,51 @@
+// Where samples come from: a server, or whatever else can give them.
+#ifndef MONCL_TOOLS_SOURCE_H
+#define MONCL_TOOLS_SOURCE_H
+
+#include "subject.h"
+
+#include <string>
+#include <vector>
+
+namespace tools {
+
+/// What a source gave for one subject.
+struct answer {
+    const subject* what = nullptr;
+    int code = 0;               ///< 0 or more, or the negative code of the failed query
+    bool is_servers_own = true; ///< a negative code was the server's answer; else none came
+    std::string failure;        ///< what of the answer could not be decoded; empty if all could
+    sample figures;             ///< if the code is not negative
+    std::string library_report; ///< in place of the figures, if that was asked for
+};
+
+/// What a source gave at one time.
+struct report {
+    bool base = false; ///< taken only for the next one to be compared with
+    bool away = false; ///< nobody answered, at least not to the last query
+    std::vector<answer> answers;
+};
+
+/// Gives reports, one after the other. `next` belongs to one thread.
+class source {
+public:
+    virtual ~source() = default;
+
+    /// What its rows are told apart by where there are several sources.
+    virtual const std::string& host() const = 0;
+    /// Waits for the next report's time and takes it.
+    /// @return whether there was one more; not after `cancel`
+    virtual bool next(report& into) = 0;
+    /// Ends the waiting in `next`. From any thread.
+    virtual void cancel() = 0;
+    /// Reports from now on come every @p seconds. From any thread.
+    virtual void set_interval(double seconds) = 0;
+    /// Only these subjects are asked for from the next report on. From any thread.
+    virtual void set_subjects(const std::vector<const subject*>& wanted) = 0;
+    /// What a user is told when nobody answers: the cause and the remedy.
+    virtual std::string away_text() const = 0;
+};
+
+} // namespace tools
+
+#endif

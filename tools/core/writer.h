@@ -1,0 +1,35 @@
+// Writing to a descriptor, with every error noticed.
+#ifndef MONCL_TOOLS_WRITER_H
+#define MONCL_TOOLS_WRITER_H
+
+#include <string>
+#include <string_view>
+
+namespace tools {
+
+/// Collects text and writes it out in as few pieces as it can, so that lines stay whole.
+class writer {
+public:
+    /// @param fd where to write; it stays the caller's. -1 keeps all text in `text`
+    explicit writer(int fd) : fd_(fd) {}
+
+    void add(std::string_view more) { text += more; }
+    /// Writes out what was added; gives up, and drops it, at the first error.
+    void flush();
+
+    /// Whether nobody will read on, or an error was met: nothing more is written.
+    bool is_closed() const { return error_ != 0; }
+    /// The error that lost text, as errno; 0 if none did. A reader that went away lost nothing
+    /// that it wanted.
+    int error() const;
+
+    std::string text; ///< what was not written out yet
+
+private:
+    int fd_;
+    int error_ = 0;
+};
+
+} // namespace tools
+
+#endif

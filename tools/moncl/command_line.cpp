@@ -1,0 +1,273 @@
+// Reading the command line.
+#include "command_line.h"
+
+#include "output.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdlib>
+#include <sstream>
+
+namespace tools {
+
+namespace {
+
+constexpr const char* synopsis =
+    "moncl [SUBJECT[,SUBJECT...]] [NAME...] [INTERVAL [COUNT]] [OPTION...]";
+
+struct command_line_options {
+    std::vector<std::string> words;
+    std::vector<std::string> connect;
+    std::vector<std::string> cpus;
+    std::vector<std::string> only;
+    bool help = false;
+    bool json = false;
+};
+
+[[noreturn]] void refuse(const std::string& fault) {
+    throw CLI::ValidationError(fault);
+}
+
+bool is_number(const std::string& word) {
+    double number = 0;
+    return CLI::detail::lexical_cast(word, number);
+}
+
+// Below a millisecond, and beyond a day, an interval is a slip of the finger.
+double read_interval(const std::string& word) {
+    double seconds = 0;
+    if (!CLI::detail::lexical_cast(word, seconds) || !(seconds >= 0.001 && seconds <= 86400))
+        refuse("an interval is 0.001 to 86400 seconds, not " + word);
+    return seconds;
+}
+
+long read_count(const std::string& word) {
+    long count = 0;
+    if (!CLI::detail::lexical_cast(word, count) || count < 1 || count > 1000000000)
+        refuse("a count is a whole number from 1 on, not " + word);
+    return count;
+}
+
+std::string list_of_subjects() {
+    std::ostringstream list;
+    for (const subject* each : all_subjects())
+        list << "  " << std::left << std::setw(10) << each->name << each->help << "\n";
+    return list.str();
+}
+
+std::vector<const subject*> read_subjects(const std::string& word) {
+    std::vector<const subject*> subjects;
+    for (const std::string& name : CLI::detail::split(word, ',')) {
+        const subject* found = find_subject(name);
+        if (found == nullptr)
+            refuse("there is no subject " + name + "; see moncl --help");
+        if (std::find(subjects.begin(), subjects.end(), found) == subjects.end())
+            subjects.push_back(found);
+    }
+    return subjects;
+}
+
+// SUBJECTS NAME... INTERVAL COUNT, all of it optional.
+void read_words(std::vector<std::string> words, invocation& into) {
+    if (!words.empty() && !is_number(words.front())) {
+        into.subjects = read_subjects(words.front());
+        words.erase(words.begin());
+    }
+    auto numbers = std::find_if(words.begin(), words.end(), is_number);
+    for (auto name = words.begin(); name != numbers; ++name)
+        if (find_subject(*name) != nullptr)
+            refuse(*name + " is a subject: join subjects by commas, or name a row by --only");
+    into.chosen.names.insert(into.chosen.names.end(), words.begin(), numbers);
+    if (numbers != words.end())
+        into.when.interval = read_interval(*numbers++);
+    if (numbers != words.end())
+        into.when.count = read_count(*numbers++);
+    if (numbers != words.end())
+        refuse("what is " + *numbers + " after the count?");
+}
+
+void read_cpus(const std::vector<std::string>& lists, selection& chosen) {
+    for (const std::string& list : lists) {
+        for (const std::string& cpu : CLI::detail::split(list, ',')) {
+            if (cpu == "ALL")
+                chosen.every_cpu = true;
+            else if (cpu == "all" ||
+                     (!cpu.empty() && cpu.find_first_not_of("0123456789") == cpu.npos))
+                chosen.cpus.push_back(cpu);
+            else
+                refuse("-P takes numbers of CPUs, all or ALL, not " + cpu);
+        }
+    }
+}
+
+void read_servers(std::vector<std::string> given, invocation& into) {
+    const char* from_environment = std::getenv("MONCL_CONNECT");
+    const bool asks_own_host = into.root != "/" || into.simulate_board;
+    if (given.empty() && from_environment != nullptr && !asks_own_host) {
+        std::istringstream words(from_environment);
+        given.assign(std::istream_iterator<std::string>(words), {});
+    }
+    for (const std::string& text : given) {
+        endpoint at;
+        if (const std::string fault = read_endpoint(text, at); !fault.empty())
+            refuse("--connect " + text + ": " + fault);
+        into.servers.push_back(at);
+    }
+}
+
+// What only a look at everything shows.
+void check(const invocation& called) {
+    const auto any = [&called](bool subject::*flag) {
+        return std::any_of(called.subjects.begin(), called.subjects.end(),
+                           [flag](const subject* each) { return each->*flag; });
+    };
+    if (!called.chosen.names.empty() && called.subjects.size() != 1)
+        refuse("names choose rows of one subject: name that alone");
+    if (any(&subject::needs_pids) && called.chosen.pids.empty())
+        refuse("which processes? Name them with -p PID");
+    if (called.form == "csv" && called.subjects.size() != 1)
+        refuse("the columns of CSV are those of one subject: name one");
+    if (!called.library_report)
+        return;
+    for (const subject* each : called.subjects)
+        if (each->library_report == nullptr)
+            refuse(std::string("the library has no report of ") + each->name);
+    if (!called.chosen.names.empty())
+        refuse("the library's report has all rows: names choose none of them");
+    if (called.servers.size() > 1 || called.form != "table")
+        refuse("the library's report is text, of one server");
+}
+
+void add_source(CLI::App& app, command_line_options& options, invocation& into) {
+    auto* connect = app.add_option("--connect", options.connect,
+                                   "Ask the server at HOST[:PORT]; may be given again, and "
+                                   "defaults to MONCL_CONNECT. Without it a server is started "
+                                   "inside the program");
+    connect->allow_extra_args(false)->option_text("HOST[:PORT]");
+    app.add_option("--root", into.root, "Folder the server inside reads in place of /")
+        ->check(CLI::ExistingDirectory)
+        ->excludes(connect)
+        ->option_text("FOLDER");
+    auto* simulate =
+        app.add_flag("--simulate-board", into.simulate_board,
+                     "Let the server inside make up the figures of hardware that this host lacks");
+    simulate->excludes(connect);
+    app.add_option("--seed", into.seed,
+                   "Number that the simulated figures are made from; 1 unless given")
+        ->needs(simulate)
+        ->check(CLI::Range(0L, 4294967295L))
+        ->option_text("N");
+    app.add_flag("--verbose", into.verbose, "Show the library's log on standard error");
+}
+
+void add_selection(CLI::App& app, command_line_options& options, invocation& into) {
+    app.add_option("-P,--cpu", options.cpus, "These CPUs: numbers, all for the total, ALL for each")
+        ->allow_extra_args(false)
+        ->option_text("CPU[,CPU...]");
+    app.add_option("-p,--pid", into.chosen.pids, "Watch the process; may be given again")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(CLI::Range(1, std::numeric_limits<int>::max()))
+        ->option_text("PID[,PID...]");
+    app.add_option("--only", options.only, "Rows of this name, also if it is a number")
+        ->allow_extra_args(false)
+        ->option_text("NAME");
+    app.add_option("--rows", into.chosen.rows, "Show at most N processes in top")
+        ->check(CLI::Range(1, 100000))
+        ->option_text("N");
+}
+
+void add_form(CLI::App& app, command_line_options& options, invocation& into) {
+    std::vector<std::string> forms;
+    for (const output_form& each : all_outputs())
+        forms.emplace_back(each.name);
+    auto* form = app.add_option("--format", into.form, "Form of output");
+    form->check(CLI::IsMember(forms))->option_text("{" + CLI::detail::join(forms, "|") + "}");
+    app.add_flag("--json", options.json, "Short for --format json")->excludes(form);
+    app.add_option_function<std::string>(
+           "--report", [&into](const std::string&) { into.library_report = true; },
+           "library: the library's own report of the subject")
+        ->check(CLI::IsMember({"library"}))
+        ->option_text("library");
+    app.add_flag("--time", into.time_column, "Start each row of a table with the time");
+    app.add_option("--color", into.colour, "Colour: auto, always or never")
+        ->check(CLI::IsMember({"auto", "always", "never"}))
+        ->option_text("WHEN");
+}
+
+const char* kind_name(kind what) {
+    constexpr const char* names[] = {"label", "text", "gauge", "counter", "rate"};
+    return names[static_cast<std::size_t>(what)];
+}
+
+void show_help(const CLI::App& app, const std::vector<std::string>& words, std::ostream& out) {
+    const subject* about = words.empty() ? nullptr : find_subject(words.front());
+    if (about == nullptr) {
+        // CLI11's own usage line knows nothing of what the words mean.
+        std::string help = app.help();
+        const std::string its_own = "Usage: moncl [OPTIONS] [...]";
+        if (const std::size_t at = help.find(its_own); at != help.npos)
+            help.replace(at, its_own.size(), std::string("Usage: ") + synopsis);
+        out << help << "\nSubjects; moncl SUBJECT --help describes one:\n" << list_of_subjects();
+        return;
+    }
+    out << about->name << ": " << about->help << "\n\n";
+    for (const field& each : about->fields)
+        out << "  " << std::left << std::setw(30) << each.name << std::setw(12)
+            << (*each.heading == '\0' ? "" : each.heading) << std::setw(9) << kind_name(each.what)
+            << each.help << "\n";
+}
+} // namespace
+
+invocation read_command_line(std::vector<std::string> arguments, std::ostream& out,
+                             std::ostream& err) {
+    invocation result;
+    command_line_options options;
+    CLI::App app("Shows what a monitoring server says of its board.", "moncl");
+    app.set_help_flag();
+    app.add_flag("-h,--help", options.help, "Show this, or the fields of a subject");
+    app.set_version_flag("--version", "moncl " MONCL_VERSION);
+    app.add_option("WORDS", options.words)->group("");
+    app.add_option("-i,--interval", "Seconds between reports, as INTERVAL")
+        ->each([&](const std::string& word) { result.when.interval = read_interval(word); })
+        ->option_text("SECONDS");
+    app.add_option("-n,--count", "Number of reports, as COUNT")
+        ->each([&](const std::string& word) { result.when.count = read_count(word); })
+        ->option_text("N");
+    add_selection(app, options, result);
+    add_form(app, options, result);
+    add_source(app, options, result);
+    try {
+        std::reverse(arguments.begin(), arguments.end());
+        app.parse(std::move(arguments));
+        if (options.help) {
+            show_help(app, options.words, out);
+            result.ends = true;
+            return result;
+        }
+        if (options.json)
+            result.form = "json";
+        result.chosen.names = options.only;
+        read_words(options.words, result);
+        read_cpus(options.cpus, result.chosen);
+        read_servers(options.connect, result);
+        result.summary = result.subjects.empty();
+        if (result.summary)
+            for (const subject* each : all_subjects())
+                if (each->summary_rows > 0)
+                    result.subjects.push_back(each);
+        check(result);
+    } catch (const CLI::ParseError& e) {
+        result.ends = true;
+        result.status = exit_ok;
+        if (e.get_exit_code() == 0) {
+            app.exit(e, out, err);
+        } else {
+            err << "moncl: " << e.what() << "\nmoncl --help shows how it is used\n";
+            result.status = exit_usage;
+        }
+    }
+    return result;
+}
+
+} // namespace tools

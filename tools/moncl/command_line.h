@@ -1,0 +1,52 @@
+// The command line of the console program, from arguments to what is to be done.
+#ifndef MONCL_TOOLS_COMMAND_LINE_H
+#define MONCL_TOOLS_COMMAND_LINE_H
+
+#include "endpoint.h"
+#include "schedule.h"
+#include "subject.h"
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace tools {
+
+/// Exit status of the program.
+enum exit_status {
+    exit_ok = 0,
+    exit_failed = 1, ///< could not ask or write, or the server stayed away
+    exit_usage = 2
+};
+
+/// A command line that was understood, or the status to end with.
+struct invocation {
+    bool ends = false; ///< there is nothing to do: end with `status`
+    int status = exit_ok;
+
+    std::vector<const subject*> subjects;
+    bool summary = false; ///< no subject was named: the page that sums the machine up
+    selection chosen;
+    schedule when;
+
+    std::string form = "table";
+    bool library_report = false;
+    bool time_column = false;
+    std::string colour = "auto"; ///< or "always" or "never"
+
+    std::vector<endpoint> servers; ///< empty: a server inside the program
+    std::string root = "/";        ///< what the server inside reads in place of /
+    bool simulate_board = false;   ///< the server inside answers for hardware the host lacks
+    std::uint32_t seed = 1;        ///< of the simulated board
+    bool verbose = false;          ///< show the library's log
+};
+
+/// Reads the command line and MONCL_CONNECT. Help goes to @p out, complaints to @p err.
+/// @param arguments without the program's name
+invocation read_command_line(std::vector<std::string> arguments, std::ostream& out,
+                             std::ostream& err);
+
+} // namespace tools
+
+#endif
