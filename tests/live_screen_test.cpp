@@ -156,6 +156,7 @@ TEST(live_keys, change_the_page) {
 }
 
 TEST(live_graph, is_drawn_from_right_to_left) {
+    std::setlocale(LC_CTYPE, "C.UTF-8");
     history values;
     for (const double v : {100.0, 0.0, 50.0, 25.0})
         values.add(v);
@@ -169,6 +170,12 @@ TEST(live_graph, is_drawn_from_right_to_left) {
     canvas cut(1, 20);
     cut.put(0, flow("Temp", {items[0], items[1], items[0], items[1]}, 20, 1)[0]);
     EXPECT_EQ(cut.text(), "Temp  first +3 more\n");
+    canvas wide(1, 5);
+    wide.put(0, {{"a\u6F22\u5B57\u00E4", look::plain}});
+    EXPECT_EQ(wide.text(), "a\u6F22\u5B57\n") << "wide characters take two columns";
+    std::setlocale(LC_CTYPE, "C");
+    wide.put(0, {{"d\u00E4mon", look::plain}});
+    EXPECT_EQ(wide.text(), "d?mon\n");
 }
 
 namespace {

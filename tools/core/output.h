@@ -41,7 +41,7 @@ public:
 
     /// Reports from now on come every @p seconds.
     virtual void set_interval(double seconds) = 0;
-    /// Only these subjects are asked for from the next report on.
+    /// Only these subjects are asked for from now on, at once for the first time.
     virtual void set_subjects(const std::vector<const subject*>& wanted) = 0;
 };
 

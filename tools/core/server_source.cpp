@@ -50,6 +50,7 @@ void server_source::set_interval(double seconds) {
 void server_source::set_subjects(const std::vector<const subject*>& wanted) {
     const std::lock_guard<std::mutex> guard(lock_);
     new_subjects_ = wanted;
+    wake_.notify_all();
 }
 
 // Called with the lock held.
@@ -71,7 +72,9 @@ bool server_source::wait() {
     else if (reports_ > 0)
         when = next_tick();
     ++reports_;
-    while (!cancelled_ && wake_.wait_until(guard, when) != std::cv_status::timeout)
+    // What is asked for anew is asked for at once.
+    while (!cancelled_ && !new_subjects_ &&
+           wake_.wait_until(guard, when) != std::cv_status::timeout)
         if (new_interval_ > 0)
             when = next_tick();
     if (new_subjects_)

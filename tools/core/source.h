@@ -40,7 +40,7 @@ public:
     virtual void cancel() = 0;
     /// Reports from now on come every @p seconds. From any thread.
     virtual void set_interval(double seconds) = 0;
-    /// Only these subjects are asked for from the next report on. From any thread.
+    /// Only these subjects are asked for from now on, at once for the first time. From any thread.
     virtual void set_subjects(const std::vector<const subject*>& wanted) = 0;
     /// What a user is told when nobody answers: the cause and the remedy.
     virtual std::string away_text() const = 0;

@@ -37,10 +37,14 @@ void canvas::put(int row, const styled_line& line) {
     cell* to = &cells_[static_cast<std::size_t>(row * columns_)];
     int column = 0;
     for (const span& each : line) {
-        for (const char32_t character : to_characters(each.text)) {
-            const int width = std::max(wcwidth(static_cast<wchar_t>(character)), 0);
+        for (auto character : to_characters(each.text)) {
+            int width = wcwidth(static_cast<wchar_t>(character));
             if (width == 0)
-                continue; // a mark that would stand above the character before it
+                continue;    // a mark that would stand above the character before it
+            if (width < 0) { // the locale has no such character
+                character = U'?';
+                width = 1;
+            }
             if (column + width > columns_)
                 return;
             to[column] = {static_cast<wchar_t>(character), each.how};
