@@ -153,6 +153,11 @@ TEST(live_keys, change_the_page) {
     }
     page_state state;
     EXPECT_TRUE(apply_key('q', state, 1, table).leaves);
+    EXPECT_EQ(apply_key(key_left, state, 1, table).steps, 0) << "a server has no past";
+    state.replays = true;
+    EXPECT_TRUE(apply_key(' ', state, 1, table).playing_changed && state.playing && !state.paused);
+    EXPECT_EQ(apply_key(key_left, state, 1, table).steps, -1);
+    EXPECT_FALSE(state.playing);
 }
 
 TEST(live_graph, is_drawn_from_right_to_left) {

@@ -43,6 +43,19 @@ public:
     virtual void set_interval(double seconds) = 0;
     /// Only these subjects are asked for from now on, at once for the first time.
     virtual void set_subjects(const std::vector<const subject*>& wanted) = 0;
+    /// Of a recording: goes @p reports further, or back if that is negative.
+    virtual void step(long reports) = 0;
+    /// Of a recording: lets the reports follow one another, or stands still.
+    virtual void set_playing(bool on) = 0;
+};
+
+/// A sample that there is not.
+struct missing_sample {
+    const subject& what;
+    const std::string& host;
+    const sample& figures; ///< when it was asked for; without rows
+    int code;              ///< of the failed query
+    std::string why;       ///< of a refusal; empty: no answer came, or none that could be read
 };
 
 /// Writes samples in one form. Belongs to one thread.
@@ -56,6 +69,8 @@ public:
     virtual bool shows_first_report() const { return false; }
     /// Writes one sample. Of each source they come report by report.
     virtual void show(const shown_sample& each) = 0;
+    /// Says that a subject's query failed.
+    virtual void miss(const missing_sample& /*each*/) {}
     /// Says that a source's report number @p number, from 0, ends here.
     /// @param away the source did not answer
     virtual void end_report(const std::string& /*host*/, long /*number*/, bool /*away*/) {}

@@ -152,6 +152,16 @@ void session::set_subjects(const std::vector<const subject*>& wanted) {
         each->from->set_subjects(wanted);
 }
 
+void session::step(long reports) {
+    for (const auto& each : sources_)
+        each->from->step(reports);
+}
+
+void session::set_playing(bool on) {
+    for (const auto& each : sources_)
+        each->from->set_playing(on);
+}
+
 namespace {
 // Why a query was refused.
 std::vector<std::string> reasons(const answer& refused) {
@@ -166,6 +176,9 @@ void session::take(running& from, report& got) {
     if (!got.away && from.away)
         say(from, from.from->host() + " is back");
     from.away = got.away;
+    if (got.gap)
+        for (auto& each : from.rates)
+            each.second.forget();
     for (answer& each : got.answers)
         take_answer(from, each, got.base);
     if (got.base && !output_.shows_first_report())
@@ -181,6 +194,9 @@ void session::take_answer(running& from, answer& got, bool base) {
         // What was sampled before an outage says nothing of the time since the server is back.
         rates.forget();
         from.failing.insert(&what);
+        const bool refused = got.failure.empty() && got.is_servers_own;
+        output_.miss({what, from.from->host(), got.figures, got.code,
+                      refused ? reasons(got).front() : std::string()});
         if (!got.failure.empty())
             say_once(from, "cannot read all of an answer: " + got.failure);
         else if (got.is_servers_own && plan_.named)

@@ -48,6 +48,8 @@ private:
     void start();
     void set_interval(double seconds) override;
     void set_subjects(const std::vector<const subject*>& wanted) override;
+    void step(long reports) override;
+    void set_playing(bool on) override;
     void take(running& from, report& got);
     void take_answer(running& from, answer& got, bool base);
     void take_faults(running& from, const sample& figures);

@@ -23,6 +23,7 @@ struct answer {
 struct report {
     bool base = false; ///< taken only for the next one to be compared with
     bool away = false; ///< nobody answered, at least not to the last query
+    bool gap = false;  ///< no rates are formed from the report before
     std::vector<answer> answers;
 };
 
@@ -39,9 +40,15 @@ public:
     /// Ends the waiting in `next`. From any thread.
     virtual void cancel() = 0;
     /// Reports from now on come every @p seconds. From any thread.
-    virtual void set_interval(double seconds) = 0;
+    virtual void set_interval(double /*seconds*/) {}
+    /// Of a source that stands still between reports: goes @p reports further, or back if that is
+    /// negative. From any thread.
+    virtual void step(long /*reports*/) {}
+    /// Of such a source: lets the reports follow one another at the interval, or stands still. From
+    /// any thread.
+    virtual void set_playing(bool /*on*/) {}
     /// Only these subjects are asked for from now on, at once for the first time. From any thread.
-    virtual void set_subjects(const std::vector<const subject*>& wanted) = 0;
+    virtual void set_subjects(const std::vector<const subject*>& /*wanted*/) {}
     /// What a user is told when nobody answers: the cause and the remedy.
     virtual std::string away_text() const = 0;
 };

@@ -31,4 +31,10 @@ bool stop_signal::wait_for(int fd, int keyboard, int timeout_ms) {
     return stopped_;
 }
 
+bool stop_signal::is_set() {
+    pollfd item{fd_, POLLIN, 0};
+    stopped_ = stopped_ || poll(&item, 1, 0) > 0;
+    return stopped_;
+}
+
 } // namespace tools

@@ -18,6 +18,8 @@ public:
     /// @param timeout_ms -1 for no end
     /// @return whether a signal asked to stop, now or earlier
     bool wait_for(int fd, int keyboard = -1, int timeout_ms = -1);
+    /// Whether a signal has asked to stop; does not wait.
+    bool is_set();
 
 private:
     int fd_;

@@ -42,6 +42,11 @@ std::optional<double> latest_sample::sum(std::string_view field_name) const {
 board_view::board_view(std::string name) : host(std::move(name)), last_answer(clock::now()) {}
 
 void board_view::take(const shown_sample& each) {
+    // Somebody went back in a recording: what came later is not the past any more.
+    if (each.figures.time < time)
+        for (graph* past : {&cpu, &network, &disk, &accelerator})
+            past->values = {};
+    time = each.figures.time;
     samples_.insert_or_assign(each.what.name, latest_sample{&each.what, each.figures});
 }
 

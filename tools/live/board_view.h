@@ -51,7 +51,8 @@ public:
 
     std::string host;
     bool away = false;
-    clock::time_point last_answer; ///< of any query
+    clock::time_point last_answer;              ///< of any query
+    std::chrono::system_clock::time_point time; ///< of the latest sample
     graph cpu{"CPU", true, {}};
     graph network{"Net", false, {}};
     graph disk{"Disk", false, {}};

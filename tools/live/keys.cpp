@@ -158,7 +158,19 @@ key_effect apply_key(int typed, page_state& state, std::size_t boards, const tab
         state.typing_filter = true;
         break;
     case ' ':
-        state.paused = !state.paused;
+        if (state.replays) {
+            state.playing = !state.playing;
+            effect.playing_changed = true;
+        } else {
+            state.paused = !state.paused;
+        }
+        break;
+    case key_left:
+    case key_right:
+        if (!state.replays)
+            break;
+        state.playing = false;
+        effect.steps = typed == key_right ? 1 : -1;
         break;
     case '1':
         state.every_cpu = !state.every_cpu;

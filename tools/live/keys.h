@@ -14,6 +14,8 @@ enum key : int {
     key_backspace,
     key_up,
     key_down,
+    key_left,
+    key_right,
     key_page_up,
     key_page_down,
     key_home,
@@ -28,6 +30,8 @@ struct key_effect {
     bool leaves = false;
     bool interval_changed = false;
     bool subjects_changed = false;
+    bool playing_changed = false;
+    long steps = 0; ///< through a recording
 };
 
 /// Applies the key, a character or a `key`, to @p state.

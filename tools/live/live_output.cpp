@@ -27,6 +27,7 @@ public:
         for (const std::string& host : options.hosts)
             boards_.push_back(std::make_unique<board_view>(host));
         state_.interval = options.interval;
+        state_.replays = options.replays;
         state_.overview = boards_.size() > 1;
         draw();
     }
@@ -57,13 +58,15 @@ public:
                 controls.set_interval(state_.interval);
             if (effect.subjects_changed)
                 controls.set_subjects(subjects_for(state_));
+            if (effect.playing_changed)
+                controls.set_playing(state_.playing);
+            if (effect.steps != 0)
+                controls.step(effect.steps);
             changed_ = true;
         }
         take_messages();
         // The clock in the header goes on, and so does the time that a server has been away.
-        const auto now = std::chrono::system_clock::now();
-        const std::string clock = local_text(now);
-        if (changed_ || clock != drawn_clock_)
+        if (changed_ || clock_text() != drawn_clock_)
             draw();
         return true;
     }
@@ -94,9 +97,16 @@ private:
         }
     }
 
+    std::string clock_text() const {
+        if (!state_.replays)
+            return local_text(std::chrono::system_clock::now());
+        const auto time = boards_[std::min(state_.board, boards_.size() - 1)]->time;
+        return local_date_text(time) + " " + local_text(time);
+    }
+
     void draw() {
         canvas screen(terminal_->rows(), terminal_->columns());
-        drawn_clock_ = local_text(std::chrono::system_clock::now());
+        drawn_clock_ = clock_text();
         table_ = draw_page(screen, boards_, state_, with_, drawn_clock_, board_view::clock::now());
         terminal_->show(screen);
         changed_ = false;

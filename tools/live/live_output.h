@@ -14,6 +14,7 @@ namespace tools::live {
 struct live_options {
     std::vector<std::string> hosts; ///< the boards, as their sources are called
     double interval = 1;            ///< seconds
+    bool replays = false;           ///< the boards are those of a recording
     bool colour = true;
 };
 

@@ -40,6 +40,8 @@ styled_line header(const board_view& board, const page_state& state, const std::
     if (system != nullptr && width >= narrow)
         line.push_back({"  " + system->text(0, "version"), look::plain});
     line.push_back({"  " + clock + "  every " + interval_text(state.interval), look::plain});
+    if (state.replays)
+        line.push_back({state.playing ? "  playing" : "  recorded", look::warning});
     if (state.paused)
         line.push_back({"  paused", look::warning});
     if (board.away) {
@@ -187,8 +189,8 @@ void draw_help(canvas& to) {
         "P M I N  processes by CPU, memory, I/O, network",
         "/  show only rows that hold a text; escape shows all again",
         "arrows, page up, page down, home, end  move in the table",
-        "1  each CPU, or the total         space  pause and go on",
-        "+ -  longer and shorter interval",
+        "1  each CPU, or the total         space  pause and go on; play a recording",
+        "+ -  longer and shorter interval  left, right  through a recording",
         "tab  one block after the other, full screen; escape goes back",
         "2 processes  3 interrupts  4 disks  5 file systems  6 network",
         "7 frame rates  8 pyramid scalers  9 image signal  0 temperatures",

@@ -25,6 +25,8 @@ struct page_state {
     std::size_t view = 0;  ///< 0: the page; else 1 + index in `full_views`
     bool every_cpu = true; ///< each CPU rather than the total
     bool paused = false;
+    bool replays = false; ///< the boards are those of a recording
+    bool playing = false; ///< which goes on by itself
     bool help = false;
     bool typing_filter = false;
     std::string filter;                     ///< rows of tables that hold this text; empty: all

@@ -69,6 +69,10 @@ int translate(int code, bool is_function_key) {
         return key_up;
     case KEY_DOWN:
         return key_down;
+    case KEY_LEFT:
+        return key_left;
+    case KEY_RIGHT:
+        return key_right;
     case KEY_PPAGE:
         return key_page_up;
     case KEY_NPAGE:

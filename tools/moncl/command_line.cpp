@@ -67,6 +67,15 @@ std::vector<const subject*> read_subjects(const std::string& word) {
     return subjects;
 }
 
+void take_own_words(const command& own, std::vector<std::string>& words,
+                    std::vector<std::string>& into) {
+    if (words.size() < own.words)
+        refuse(std::string(own.name) + " needs " + own.synopsis);
+    const auto end = words.begin() + static_cast<std::ptrdiff_t>(own.words);
+    into.assign(words.begin(), end);
+    words.erase(words.begin(), end);
+}
+
 // SUBJECTS NAME... INTERVAL COUNT, all of it optional.
 void read_words(std::vector<std::string> words, invocation& into) {
     if (!words.empty() && !is_number(words.front())) {
@@ -102,7 +111,7 @@ void read_cpus(const std::vector<std::string>& lists, selection& chosen) {
 
 void read_servers(std::vector<std::string> given, invocation& into) {
     const char* from_environment = std::getenv("MONCL_CONNECT");
-    const bool asks_own_host = into.root != "/" || into.simulate_board;
+    const bool asks_own_host = into.root != "/" || into.simulate_board || !into.from.empty();
     if (given.empty() && from_environment != nullptr && !asks_own_host) {
         std::istringstream words(from_environment);
         given.assign(std::istream_iterator<std::string>(words), {});
@@ -115,6 +124,13 @@ void read_servers(std::vector<std::string> given, invocation& into) {
     }
 }
 
+void read_given_time(const std::string& option, const std::string& text,
+                     std::optional<given_time>& into) {
+    into = read_time(text);
+    if (!into)
+        refuse(option + " is a time such as 2026-11-21T03:00, 03:00 or -2h, not " + text);
+}
+
 // What only a look at everything shows.
 void check(const invocation& called) {
     const auto any = [&called](bool subject::*flag) {
@@ -123,8 +139,12 @@ void check(const invocation& called) {
     };
     if (!called.chosen.names.empty() && called.subjects.size() != 1)
         refuse("names choose rows of one subject: name that alone");
-    if (any(&subject::needs_pids) && called.chosen.pids.empty())
+    if (called.from.empty() && (called.since || called.until || !called.host.empty()))
+        refuse("--since, --until and --host are for recordings: name one with --from");
+    if (any(&subject::needs_pids) && called.chosen.pids.empty() && called.from.empty())
         refuse("which processes? Name them with -p PID");
+    if (called.library_report && !called.from.empty())
+        refuse("the library has no reports of recordings");
     if (called.form == "csv" && called.subjects.size() != 1)
         refuse("the columns of CSV are those of one subject: name one");
     if (!called.library_report)
@@ -136,6 +156,36 @@ void check(const invocation& called) {
         refuse("the library's report has all rows: names choose none of them");
     if (called.servers.size() > 1 || called.form != "table")
         refuse("the library's report is text, of one server");
+}
+
+void add_recording(CLI::App& app, CLI::Option* connect, invocation& into) {
+    app.add_option("--from", into.from, "Show what was recorded in FILE (moncl record)")
+        ->excludes(connect)
+        ->option_text("FILE");
+    app.add_option("--host", into.host, "Of the recording only this host's part")
+        ->option_text("HOST");
+    const auto add_time = [&](const char* name, const char* help, std::optional<given_time>& to) {
+        app.add_option_function<std::string>(
+               name, [name, &to](const std::string& text) { read_given_time(name, text, to); },
+               help)
+            ->option_text("TIME");
+    };
+    add_time("--since", "Of the recording what is not before TIME: ISO 8601, HH:MM or -2h",
+             into.since);
+    add_time("--until", "Of the recording what is not after TIME", into.until);
+}
+
+void add_command(CLI::App& app, const command& own, invocation& into) {
+    for (const command_option& each : own.options)
+        app.add_option_function<std::string>(
+               each.name,
+               [&each, &into](const std::string& text) {
+                   if (const std::string fault = each.check(text); !fault.empty())
+                       refuse(std::string(each.name) + " " + fault + ", not " + text);
+                   into.options[each.name] = text;
+               },
+               each.help)
+            ->option_text(each.placeholder);
 }
 
 void add_source(CLI::App& app, command_line_options& options, invocation& into) {
@@ -157,6 +207,7 @@ void add_source(CLI::App& app, command_line_options& options, invocation& into) 
         ->needs(simulate)
         ->check(CLI::Range(0L, 4294967295L))
         ->option_text("N");
+    add_recording(app, connect, into);
     app.add_flag("--verbose", into.verbose, "Show the library's log on standard error");
 }
 
@@ -200,15 +251,29 @@ const char* kind_name(kind what) {
     return names[static_cast<std::size_t>(what)];
 }
 
-void show_help(const CLI::App& app, const std::vector<std::string>& words, std::ostream& out) {
-    const subject* about = words.empty() ? nullptr : find_subject(words.front());
+std::string list_of_commands() {
+    std::ostringstream list;
+    for (const command& each : all_commands())
+        if (*each.name != '\0')
+            list << "  " << std::left << std::setw(10) << each.name << each.help << "\n";
+    return list.str();
+}
+
+void show_help(const CLI::App& app, const command* own, const std::vector<std::string>& words,
+               std::ostream& out) {
+    const subject* about = words.empty() || own != nullptr ? nullptr : find_subject(words.front());
     if (about == nullptr) {
         // CLI11's own usage line knows nothing of what the words mean.
         std::string help = app.help();
         const std::string its_own = "Usage: moncl [OPTIONS] [...]";
         if (const std::size_t at = help.find(its_own); at != help.npos)
-            help.replace(at, its_own.size(), std::string("Usage: ") + synopsis);
-        out << help << "\nSubjects; moncl SUBJECT --help describes one:\n" << list_of_subjects();
+            help.replace(at, help.find('\n', at) - at,
+                         "Usage: " + (own == nullptr ? synopsis
+                                                     : std::string("moncl ") + own->name + " " +
+                                                           own->synopsis));
+        out << help << "\nCommands; moncl COMMAND --help describes one:\n"
+            << list_of_commands() << "\nSubjects; moncl SUBJECT --help describes one:\n"
+            << list_of_subjects();
         return;
     }
     out << about->name << ": " << about->help << "\n\n";
@@ -223,6 +288,10 @@ invocation read_command_line(std::vector<std::string> arguments, std::ostream& o
                              std::ostream& err) {
     invocation result;
     command_line_options options;
+    if (!arguments.empty() && !arguments.front().empty())
+        result.does = find_command(arguments.front());
+    if (result.does != nullptr)
+        arguments.erase(arguments.begin());
     CLI::App app("Shows what a monitoring server says of its board.", "moncl");
     app.set_help_flag();
     app.add_flag("-h,--help", options.help, "Show this, or the fields of a subject");
@@ -237,21 +306,27 @@ invocation read_command_line(std::vector<std::string> arguments, std::ostream& o
     add_selection(app, options, result);
     add_form(app, options, result);
     add_source(app, options, result);
+    if (result.does != nullptr)
+        add_command(app, *result.does, result);
     try {
         std::reverse(arguments.begin(), arguments.end());
         app.parse(std::move(arguments));
         if (options.help) {
-            show_help(app, options.words, out);
+            show_help(app, result.does, options.words, out);
             result.ends = true;
             return result;
         }
         if (options.json)
             result.form = "json";
         result.chosen.names = options.only;
+        if (result.does != nullptr)
+            take_own_words(*result.does, options.words, result.words);
+        if (result.does != nullptr && result.does->reads_recording)
+            result.from = result.words.front();
         read_words(options.words, result);
         read_cpus(options.cpus, result.chosen);
         read_servers(options.connect, result);
-        result.summary = result.subjects.empty();
+        result.summary = result.subjects.empty() && result.does == nullptr;
         if (result.summary)
             for (const subject* each : all_subjects())
                 if (each->summary_rows > 0)

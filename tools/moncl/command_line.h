@@ -2,11 +2,14 @@
 #ifndef MONCL_TOOLS_COMMAND_LINE_H
 #define MONCL_TOOLS_COMMAND_LINE_H
 
+#include "command.h"
 #include "endpoint.h"
 #include "schedule.h"
 #include "subject.h"
+#include "time_text.h"
 
 #include <cstdint>
+#include <map>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -25,7 +28,11 @@ struct invocation {
     bool ends = false; ///< there is nothing to do: end with `status`
     int status = exit_ok;
 
-    std::vector<const subject*> subjects;
+    const command* does = nullptr;              ///< null: shows subjects
+    std::vector<std::string> words;             ///< the command's own
+    std::map<std::string, std::string> options; ///< the command's own, by name
+
+    std::vector<const subject*> subjects; ///< for a command: empty if none was named
     bool summary = false; ///< no subject was named: the page that sums the machine up
     selection chosen;
     schedule when;
@@ -34,6 +41,11 @@ struct invocation {
     bool library_report = false;
     bool time_column = false;
     std::string colour = "auto"; ///< or "always" or "never"
+
+    std::string from; ///< file of a recording to ask in place of a server; may be empty
+    std::string host; ///< of the recording; empty: all
+    std::optional<given_time> since;
+    std::optional<given_time> until;
 
     std::vector<endpoint> servers; ///< empty: a server inside the program
     std::string root = "/";        ///< what the server inside reads in place of /

@@ -122,6 +122,10 @@ std::string utc_text(std::chrono::system_clock::time_point time) {
     return formatted(time, "%Y-%m-%dT%H:%M:%S", gmtime_r) + fraction;
 }
 
+std::string local_date_text(std::chrono::system_clock::time_point time) {
+    return formatted(time, "%Y-%m-%d", localtime_r);
+}
+
 std::string local_text(std::chrono::system_clock::time_point time) {
     return formatted(time, "%H:%M:%S", localtime_r);
 }

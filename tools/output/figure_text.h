@@ -31,6 +31,9 @@ std::string size_text(double bytes);
 /// @p time as 2026-11-21T16:00:00.123Z.
 std::string utc_text(std::chrono::system_clock::time_point time);
 
+/// @p time as 2026-11-21 of this machine's time zone.
+std::string local_date_text(std::chrono::system_clock::time_point time);
+
 /// @p time as 16:00:00 of this machine's time zone.
 std::string local_text(std::chrono::system_clock::time_point time);
 

@@ -59,36 +59,105 @@ void append_label(std::string& to, const char* name, std::string_view text) {
     to += '"';
 }
 
-// The name, the labels in braces and a blank.
-void begin_line(std::string& to, const std::string& name, const std::string& labels,
-                const std::string& label) {
+// Only a name that ends in its unit may declare it.
+void append_unit(std::string& to, const std::string& declared, const std::string& family,
+                 const char* unit) {
+    if (*unit != '\0' && ends_with(family, std::string("_") + unit))
+        to += "# UNIT " + declared + " " + unit + "\n";
+}
+} // namespace
+
+std::optional<metric_names> metric_names_of(const subject& what, const field& f) {
+    const bool counts = f.what == kind::counter;
+    if (!counts && f.what != kind::gauge)
+        return std::nullopt;
+    const bool splits = *f.split_label != '\0';
+    metric_names names{metric_name(what, f),
+                       counts ? "counter" : "gauge",
+                       unit_name(f.in),
+                       splits ? what.help : f.help,
+                       {},
+                       {}};
+    names.line = counts ? names.family + "_total" : names.family;
+    if (splits)
+        append_label(names.share, f.split_label, f.split_value);
+    return names;
+}
+
+metric_names info_names_of(const subject& what) {
+    const std::string name = std::string("moncl_") + what.family;
+    return {name, "info", "", what.help, name + "_info", {}};
+}
+
+metric_names up_names() {
+    return {"moncl_up", "gauge", "", "Whether the server answered", "moncl_up", {}};
+}
+
+std::string host_label(const std::string& host) {
+    std::string labels;
+    append_label(labels, "host", host);
+    return labels;
+}
+
+std::string metric_labels(const subject& what, const std::string* host, const row& r) {
+    std::string labels = host == nullptr ? std::string() : host_label(*host);
+    for (std::size_t i = 0; i < r.values.size(); ++i) {
+        if (what.fields[i].what != kind::label || !is_known(r.values[i]))
+            continue;
+        std::string text;
+        append_plain(text, what.fields[i], r.values[i]);
+        append_label(labels, what.fields[i].name, text);
+    }
+    return labels;
+}
+
+std::optional<std::string> info_labels(const subject& what, const std::string& labels,
+                                       const row& r) {
+    std::string described = labels;
+    bool any = false;
+    for (std::size_t i = 0; i < r.values.size(); ++i) {
+        const auto* text = std::get_if<std::string>(&r.values[i]);
+        if (what.fields[i].what != kind::text || text == nullptr)
+            continue;
+        append_label(described, what.fields[i].name, *text);
+        any = true;
+    }
+    return any ? std::optional(described) : std::nullopt;
+}
+
+void append_family(std::string& to, const metric_names& names) {
+    to += "# HELP " + names.family + " ";
+    append_escaped(to, names.help, true);
+    to += "\n# TYPE " + names.family + " " + names.type + "\n";
+    append_unit(to, names.family, names.family, names.unit);
+}
+
+void append_line_start(std::string& to, const std::string& name, const std::string& labels,
+                       const std::string& share) {
     to += name;
-    if (!labels.empty() || !label.empty()) {
+    if (!labels.empty() || !share.empty()) {
         to += '{';
         to += labels;
-        if (!labels.empty() && !label.empty())
+        if (!labels.empty() && !share.empty())
             to += ',';
-        to += label;
+        to += share;
         to += '}';
     }
     to += ' ';
 }
-} // namespace
+
+void append_metric_value(std::string& to, const field& f, const value& v) {
+    if (f.in == unit::percent)
+        append_number(to, *number_in_unit(f, v) / 100);
+    else
+        append_plain(to, f, v);
+}
 
 void exposition::add(const subject& what, const std::string& host, const sample& figures) {
     for (const row& r : figures.rows) {
         if (r.is_total && figures.rows.size() > 1)
             continue;
-        std::string labels;
-        if (with_host_)
-            append_label(labels, "host", host);
-        for (std::size_t i = 0; i < r.values.size(); ++i) {
-            if (what.fields[i].what != kind::label || !is_known(r.values[i]))
-                continue;
-            std::string text;
-            append_plain(text, what.fields[i], r.values[i]);
-            append_label(labels, what.fields[i].name, text);
-        }
+        const std::string labels = metric_labels(what, with_host_ ? &host : nullptr, r);
         if (rows_seen_.insert(what.name + (' ' + labels)).second)
             add_row(what, labels, r);
     }
@@ -100,17 +169,12 @@ const std::vector<exposition::metric>& exposition::metrics_of(const subject& wha
         return metrics;
     metrics.resize(what.fields.size());
     for (std::size_t i = 0; i < metrics.size(); ++i) {
-        const field& f = what.fields[i];
-        const bool counts = f.what == kind::counter;
-        if (!counts && f.what != kind::gauge)
+        const auto names = metric_names_of(what, what.fields[i]);
+        if (!names)
             continue;
-        const bool splits = *f.split_label != '\0';
-        const std::string name = metric_name(what, f);
-        metrics[i].to = &family_of(name, counts ? "counter" : "gauge", unit_name(f.in),
-                                   splits ? what.help : f.help);
-        metrics[i].name = counts ? name + "_total" : name;
-        if (splits)
-            append_label(metrics[i].label, f.split_label, f.split_value);
+        metrics[i].to = &family_of(names->family, names->type, names->unit, names->help);
+        metrics[i].name = names->line;
+        metrics[i].label = names->share;
     }
     return metrics;
 }
@@ -124,40 +188,27 @@ void exposition::add_row(const subject& what, const std::string& labels, const r
             std::holds_alternative<std::string>(r.values[i]))
             continue;
         std::string& lines = metrics[i].to->lines;
-        begin_line(lines, metrics[i].name, labels, metrics[i].label);
-        if (f.in == unit::percent)
-            append_number(lines, *number_in_unit(f, r.values[i]) / 100);
-        else
-            append_plain(lines, f, r.values[i]);
+        append_line_start(lines, metrics[i].name, labels, metrics[i].label);
+        append_metric_value(lines, f, r.values[i]);
         lines += '\n';
     }
 }
 
 // Texts describe a row: they are the labels of a metric that is always 1.
 void exposition::add_info(const subject& what, const std::string& labels, const row& r) {
-    std::string described = labels;
-    bool any = false;
-    for (std::size_t i = 0; i < r.values.size(); ++i) {
-        const auto* text = std::get_if<std::string>(&r.values[i]);
-        if (what.fields[i].what != kind::text || text == nullptr)
-            continue;
-        append_label(described, what.fields[i].name, *text);
-        any = true;
-    }
-    if (!any)
+    const auto described = info_labels(what, labels, r);
+    if (!described)
         return;
-    const std::string name = std::string("moncl_") + what.family;
-    std::string& lines = family_of(name, "info", "", what.help).lines;
-    begin_line(lines, name + "_info", described, {});
+    const metric_names names = info_names_of(what);
+    std::string& lines = family_of(names.family, names.type, names.unit, names.help).lines;
+    append_line_start(lines, names.line, *described, {});
     lines += "1\n";
 }
 
 void exposition::add_up(const std::string& host, bool up) {
-    std::string labels;
-    if (with_host_)
-        append_label(labels, "host", host);
-    std::string& lines = family_of("moncl_up", "gauge", "", "Whether the server answered").lines;
-    begin_line(lines, "moncl_up", labels, {});
+    const metric_names names = up_names();
+    std::string& lines = family_of(names.family, names.type, names.unit, names.help).lines;
+    append_line_start(lines, names.line, with_host_ ? host_label(host) : std::string(), {});
     lines += up ? "1\n" : "0\n";
 }
 
@@ -187,8 +238,8 @@ std::string exposition::take() {
             declared += "_info";
         text += "# HELP " + declared + " " + each.help + "\n";
         text += "# TYPE " + declared + " " + (older && type == "info" ? "gauge" : each.type) + "\n";
-        if (!older && *each.unit != '\0' && ends_with(name, std::string("_") + each.unit))
-            text += "# UNIT " + declared + " " + each.unit + "\n";
+        if (!older)
+            append_unit(text, declared, name, each.unit);
         text += each.lines;
     }
     if (!older)

@@ -5,6 +5,7 @@
 #include "output.h"
 
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -12,6 +13,37 @@ namespace tools {
 
 /// Which form of exposition.
 enum class metrics_form { openmetrics, prometheus };
+
+/// What a field's lines are called, and what stands above them.
+struct metric_names {
+    std::string family;
+    const char* type;
+    const char* unit; ///< may be empty
+    const char* help;
+    std::string line;  ///< starts each line
+    std::string share; ///< label that tells its lines from others of the family; may be empty
+};
+
+/// The names of the field @p f; nothing for one that has no lines.
+std::optional<metric_names> metric_names_of(const subject& what, const field& f);
+/// The metric that has the texts of @p what as labels.
+metric_names info_names_of(const subject& what);
+/// The metric of whether a server answered.
+metric_names up_names();
+/// The label of @p host.
+std::string host_label(const std::string& host);
+/// The labels of @p r, such as `host="board",cpu="0"`. @param host left out if it is null
+std::string metric_labels(const subject& what, const std::string* host, const row& r);
+/// The same with the texts of @p r after them. @return nothing if it has none
+std::optional<std::string> info_labels(const subject& what, const std::string& labels,
+                                       const row& r);
+/// Appends the lines that open a family in OpenMetrics.
+void append_family(std::string& to, const metric_names& names);
+/// Appends the name, the labels in braces and a blank.
+void append_line_start(std::string& to, const std::string& name, const std::string& labels,
+                       const std::string& share);
+/// Appends @p v, which is a number, in the metric's unit.
+void append_metric_value(std::string& to, const field& f, const value& v);
 
 /// Gathers the metrics of one scrape. Base units: percents become ratios. Rates are left out, for
 /// Prometheus forms its own; what is unknown has no line; of rows with equal labels the first

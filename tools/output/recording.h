@@ -1,0 +1,52 @@
+// Samples into an SQLite file, from which they can be replayed.
+//
+// Reports are gathered in memory and written in one transaction every few seconds; what was written
+// survives a kill and a power cut. Unchanged rows are not repeated for up to 16 reports.
+#ifndef MONCL_TOOLS_RECORDING_H
+#define MONCL_TOOLS_RECORDING_H
+
+#include "output.h"
+
+#include <cstdint>
+#include <memory>
+#include <ostream>
+
+namespace tools {
+
+/// What becomes of a recording.
+struct recording_options {
+    double sync_seconds = 10;    ///< at most this much is lost by a kill
+    double keep_seconds = 0;     ///< older reports are deleted; 0: none
+    std::uint64_t max_bytes = 0; ///< the oldest are deleted when the file gets there; 0: never
+    std::uint64_t max_wal_bytes = 32U
+                                  << 20; ///< recording pauses when a reader keeps the log at that
+};
+
+/// Records. A file has one writer at a time, and any number of readers.
+class recording : public output {
+public:
+    /// Opens or makes @p path.
+    /// @param err what goes wrong on the way, and what was mended, is said here
+    /// @throws std::runtime_error if it cannot be recorded to, with the cause
+    recording(const std::string& path, recording_options options, std::ostream& err);
+    /// Writes what is still held back, as `finish` does.
+    ~recording() override;
+
+    bool wants_rates() const override { return false; }
+    void show(const shown_sample& each) override;
+    void miss(const missing_sample& each) override;
+    void end_report(const std::string& host, long number, bool away) override;
+    /// Writes what is still held back, and ends the run.
+    void finish() override;
+
+    /// Reports that could not be written, and are lost.
+    std::uint64_t lost() const;
+
+private:
+    class file;
+    std::unique_ptr<file> file_;
+};
+
+} // namespace tools
+
+#endif
