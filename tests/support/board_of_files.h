@@ -4,33 +4,24 @@
 #ifndef MONCL_TESTS_BOARD_OF_FILES_H
 #define MONCL_TESTS_BOARD_OF_FILES_H
 
+#include "child_process.h"
 #include "manager_support.h"
 #include "request_numbers.h"
 #include "sampler_asker.h"
 #include "scripted_server.h"
 
-#include <filesystem>
 #include <map>
 
-/// The files of one moment, as a folder that is removed at the end.
-class board_files {
-public:
+/// The files of one moment.
+struct board_files : file_tree {
     /// @param later whether what has changed a second later is laid over the rest
     explicit board_files(bool later) {
         namespace fs = std::filesystem;
         const auto options = fs::copy_options::recursive | fs::copy_options::overwrite_existing;
-        mkdtemp(root_.data());
-        fs::copy(TEST_DATA "/board/before", root_, options);
+        fs::copy(TEST_DATA "/board/before", root(), options);
         if (later)
-            fs::copy(TEST_DATA "/board/after", root_, options);
+            fs::copy(TEST_DATA "/board/after", root(), options);
     }
-    ~board_files() { std::filesystem::remove_all(root_); }
-    board_files(const board_files&) = delete;
-    board_files& operator=(const board_files&) = delete;
-    const std::string& root() const { return root_; }
-
-private:
-    std::string root_ = "/tmp/moncl_board_XXXXXX";
 };
 
 class board_of_files {
@@ -63,7 +54,7 @@ private:
         std::string bytes = files.bytes;
         if (command == network_command) // the processes, of which the files have none
             bytes.replace(bytes.size() - 4, 4,
-                          native(1) + native(process_net_s{1234, later ? 52000U : 20000U}));
+                          native(1) + native(process_net_s{1300, later ? 52000U : 20000U}));
         return in_packets(sub_command, bytes);
     }
 

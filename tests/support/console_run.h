@@ -25,7 +25,7 @@ struct console_run {
     tools::output_options options; ///< the terminal
     bool named = true;
     bool averages = false;
-    std::size_t rows_max = 1000; ///< of more rows, equally spaced ones are kept
+    std::size_t rows_max = 1000; ///< of more rows, equally spaced ones up to the last are kept
 
     std::string out;
     std::string err;
@@ -46,7 +46,7 @@ public:
         for (tools::answer& each : into.answers) {
             auto& rows = each.figures.rows;
             for (std::size_t i = 0; rows.size() > rows_max_ && i < rows_max_; ++i)
-                rows[i] = rows[i * rows.size() / rows_max_];
+                rows[i] = rows[(i + 1) * rows.size() / rows_max_ - 1];
             if (rows.size() > rows_max_)
                 rows.resize(rows_max_);
         }
