@@ -31,10 +31,11 @@ std::string shown_as(const char* form, const char* subject, std::size_t rows) {
 // its values is a line, and of the older text form only what OpenMetrics does not have.
 std::string in_all_forms(const char* subject) {
     const std::string openmetrics = shown_as("openmetrics", subject, 1);
-    const std::string end = "moncl_up 1\n# EOF\n";
+    const std::string end = "# HELP moncl_up Whether the server answered\n"
+                            "# TYPE moncl_up gauge\nmoncl_up 1\n# EOF\n";
     EXPECT_NE(openmetrics.find(end), openmetrics.npos) << subject;
-    return "#### table\n" + shown_as("table", subject, 2) + "#### json\n" +
-           shown_as("json", subject, 2) + "#### openmetrics\n" +
+    return "#### table\n" + shown_as("table", subject, 3) + "#### json\n" +
+           shown_as("json", subject, 3) + "#### openmetrics\n" +
            openmetrics.substr(0, openmetrics.find(end)) + "#### prometheus\n" +
            new_lines(shown_as("prometheus", subject, 1), openmetrics);
 }
@@ -58,7 +59,7 @@ TEST(console, shows_every_subject_in_every_form) {
 
 TEST(console, shows_the_same_in_csv_as_in_json) {
     for (const tools::subject* what : tools::all_subjects()) {
-        const std::string json = shown_as("json", what->name, 2);
+        const std::string json = shown_as("json", what->name, 3);
         const auto sample = nlohmann::ordered_json::parse(json.substr(0, json.find('\n')));
         std::string heading = "time,host";
         for (const auto& field : sample["rows"][0].items())
@@ -72,6 +73,6 @@ TEST(console, shows_the_same_in_csv_as_in_json) {
                                                  : value.dump());
             expected += line + "\r\n";
         }
-        EXPECT_EQ(shown_as("csv", what->name, 2).substr(0, expected.size()), expected);
+        EXPECT_EQ(shown_as("csv", what->name, 3).substr(0, expected.size()), expected);
     }
 }

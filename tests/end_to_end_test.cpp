@@ -4,6 +4,7 @@
 #include "loopback_pair.h"
 #include "mon_cpu.h"
 #include "process_files.h"
+#include "simulated_board.h"
 
 #include <iterator>
 #include <nlohmann/json.hpp>
@@ -205,6 +206,12 @@ TEST(end_to_end, what_a_host_lacks_is_said_in_words) {
         {"mem,ion,thermal", mem +
                                 "moncl: this host has no ion heaps (try --simulate-board)\n"
                                 "moncl: this host has no thermal zones (try --simulate-board)\n1"},
+        {"nnu,fps,isp,pym,gdc",
+         "moncl: this host has no NNU (try --simulate-board)\n"
+         "moncl: this host has no video pipeline (try --simulate-board)\n"
+         "moncl: this host has no image signal processor (try --simulate-board)\n"
+         "moncl: this host has no pyramid scaler (try --simulate-board)\n"
+         "moncl: this host has no distortion correction (try --simulate-board)\n1"},
         {"cpu 0.01 1 -P 9", "moncl: cpu: the server has no figures of CPU 9\n1"},
         {"perf", "moncl: perf: a server that reads a tree of files has no machine whose events it "
                  "could count (try without --root)\n1"},
@@ -231,11 +238,13 @@ TEST(end_to_end, output_ends_in_whole_lines_and_no_error_is_lost) {
         const char* name;
         const char* command;
         int status;
-        const char* err;
+        std::string err;
     } cases[] = {
         {"a full disk", "$moncl cpu >/dev/full", 1,
          "moncl: cannot write: No space left on device\n"},
         {"a reader that goes away", "($moncl cpu 0.05; echo $? >&2) | head -1", 0, "0\n"},
+        {"a simulated board", "$moncl nnu --simulate-board >/dev/null", 0,
+         "moncl: " + std::string(monsrv::simulation_notice) + "\n"},
         {"no standard output", "$moncl cpu >&-", 1, "moncl: cannot write: Bad file descriptor\n"},
     };
     for (const auto& each : cases) {

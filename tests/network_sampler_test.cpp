@@ -5,12 +5,8 @@
 #include "process_network.h"
 #include "sampler_asker.h"
 
-#include <atomic>
 #include <cmath>
-#include <mutex>
 #include <sys/resource.h>
-#include <sys/syscall.h>
-#include <thread>
 
 namespace {
 enum { add = 1, remove_process, start, bandwidth, leave };
@@ -41,35 +37,6 @@ struct net_asker : sampler_asker {
     }
 };
 
-// Threads that only wait: each has a folder below /proc, as a process has.
-class waiting_threads {
-public:
-    explicit waiting_threads(std::size_t count) : ids(count) {
-        waiting_.lock();
-        for (pid_t& id : ids) {
-            threads_.emplace_back([this, &id] {
-                id = static_cast<pid_t>(syscall(SYS_gettid));
-                ++started_;
-                const std::lock_guard<std::mutex> wait(waiting_);
-            });
-        }
-        while (started_ < count)
-            usleep(1000);
-        std::sort(ids.begin(), ids.end());
-    }
-    ~waiting_threads() {
-        waiting_.unlock();
-        for (std::thread& each : threads_)
-            each.join();
-    }
-    std::vector<pid_t> ids;
-
-private:
-    std::mutex waiting_;
-    std::atomic<std::size_t> started_{0};
-    std::vector<std::thread> threads_;
-};
-
 // The emulator of another architecture has no socket diagnostics.
 struct network_sampler : testing::Test {
     void SetUp() override {
@@ -80,8 +47,13 @@ struct network_sampler : testing::Test {
 };
 
 TEST_F(network_sampler, each_client_has_a_set_of_its_own) {
-    const waiting_threads threads(257);
-    const auto& id = threads.ids;
+    std::vector<pid_t> id(257); // processes that only wait
+    for (pid_t& each : id) {
+        each = fork();
+        while (each == 0)
+            pause();
+    }
+    std::sort(id.begin(), id.end());
     for (int pid : {id[2], id[0], id[0]})
         EXPECT_EQ(asker.net(add, 1, pid), 0);
     EXPECT_EQ(asker.listed(1), "") << "not started";
@@ -100,8 +72,12 @@ TEST_F(network_sampler, each_client_has_a_set_of_its_own) {
     EXPECT_EQ(asker.listed(2), "");
     asker.net(start, 1);
     for (int i = 0; i <= 256; ++i)
-        EXPECT_EQ(asker.net(add, 1, id[i]), i < 256 ? 0 : -ENOSPC);
+        EXPECT_EQ(asker.net(add, 1, id[static_cast<std::size_t>(i)]), i < 256 ? 0 : -ENOSPC);
     EXPECT_EQ(asker.listed(1).find(line_of(id[0]) + line_of(id[1])), 0U);
+    for (const pid_t each : id) {
+        kill(each, SIGKILL);
+        waitpid(each, nullptr, 0);
+    }
 }
 
 TEST(network_devices, fill_one_packet_at_most) {

@@ -67,17 +67,6 @@ TEST(session, shows_what_is_known_and_says_what_is_not) {
                     "sdc      1.0K    0.0B       -       -\n\n"
                     "sdc      3.0K    0.0B    2.00    0.00\n"
                     "sda    150.0K    0.0B   50.00    0.00\n")},
-        {"a counter is set back",
-         "disk",
-         {disks({{"sda", 500}}), disks({{"sda", 400}}), disks({{"sda", 410}})},
-         disk_table("sda    400.0K    0.0B       -    0.00\n"
-                    "sda    410.0K    0.0B   10.00    0.00\n")},
-        {"two samples of one time",
-         "disk",
-         {disks({{"sda", 0}}), disks({{"sda", 100}})},
-         disk_table("sda    100.0K    0.0B       -       -\n"),
-         1,
-         0},
         {"refused once, then well again",
          "disk",
          {disks({{"sda", 0}}), refused(-EIO), disks({{"sda", 100}}), disks({{"sda", 110}})},
@@ -99,12 +88,6 @@ TEST(session, shows_what_is_known_and_says_what_is_not) {
              "open?\n"
              "moncl: board is back\n",
          3},
-        {"hardware that the host lacks",
-         "nnu",
-         {refused(-ENODEV), refused(-ENODEV)},
-         "moncl: this host has no NNU (try --simulate-board)\n"
-         "status 1\n",
-         1},
         {"an answer that cannot be decoded",
          "mem",
          {text(peripheral_request::memory, "MemTotal: 2048 kB\n"),
@@ -148,11 +131,6 @@ TEST(session, shows_what_is_known_and_says_what_is_not) {
          "moncl: process id 7 was taken over by another process, second, started 9 s after boot\n"
          "moncl: process 7 has ended\n",
          9},
-        {"a process that there is not",
-         "proc",
-         {no_processes, refused(-ESRCH)},
-         "moncl: process 7: No such process\n"
-         "status 1\n"},
     };
     for (const auto& each : cases) {
         scripted_server server;
@@ -201,19 +179,6 @@ TEST(session, fits_its_table_to_the_terminal) {
                            heading +
                            "08:00:04 sda       0.00    0.00\n"
                            "08:00:04 sdb       0.00    0.00\n");
-}
-
-TEST(session, leaves_out_without_a_word_what_nobody_asked_for_by_name) {
-    scripted_server server;
-    server.answer([](int command, int, const std::string&) {
-        return command == accelerator_command ? refused(-ENODEV) : disks({{"sda", 1}});
-    });
-    console_run run({server.port()}, {"nnu", "disk"});
-    run.named = false;
-    run.run();
-    EXPECT_TRUE(run.well);
-    EXPECT_EQ(run.out + run.err, "Device read written rd_kB/s wr_kB/s\n"
-                                 "sda    1.0K    0.0B    0.00    0.00\n");
 }
 
 // Each answers only once the other was asked; then one is silent.
