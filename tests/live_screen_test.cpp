@@ -2,12 +2,10 @@
 // in a terminal. MONCL_REWRITE_GOLDEN=1 rewrites the screens.
 #include "board_of_files.h"
 #include "child_process.h"
+#include "console_run.h"
 #include "drawing.h"
 #include "keys.h"
-#include "library_output.h"
 #include "page.h"
-#include "server_source.h"
-#include "session.h"
 
 #include <clocale>
 #include <fstream>
@@ -37,27 +35,13 @@ std::vector<std::unique_ptr<board_view>> boards_after_two_reports() {
     board_of_files board;
     std::vector<std::unique_ptr<board_view>> boards;
     boards.push_back(std::make_unique<board_view>("board"));
-    const library_output printed;
-    stop_signal stop;
-    writer nowhere(-1);
     board_feeder feeder(*boards[0]);
-    server_plan plan;
-    page_state page;
-    plan.subjects = subjects_for(page);
-    plan.when = {0.01, 1};
-    plan.compares = true;
-    // Two reports of ten subjects, three readings of the clock each.
-    plan.clock = [readings = 0]() mutable {
-        const int second = readings++ < 30 ? 1 : 2;
-        return moment{std::chrono::system_clock::time_point(std::chrono::seconds(second)),
-                      static_cast<double>(second)};
-    };
-    std::vector<std::unique_ptr<source>> sources;
-    sources.push_back(std::make_unique<server_source>(endpoint{"127.0.0.1", board.port()}, "board",
-                                                      std::move(plan)));
-    std::ostringstream err;
-    session(std::move(sources), {}, feeder, nowhere, err).run(stop);
-    EXPECT_EQ(err.str(), "");
+    console_run run({board.port()}, {});
+    for (const subject* each : subjects_for(page_state()))
+        run.subjects.push_back(each->name);
+    run.shown_by = &feeder;
+    run.run();
+    EXPECT_EQ(run.err, "");
     return boards;
 }
 

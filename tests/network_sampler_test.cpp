@@ -47,12 +47,11 @@ struct network_sampler : testing::Test {
 };
 
 TEST_F(network_sampler, each_client_has_a_set_of_its_own) {
-    std::vector<pid_t> id(257); // processes that only wait
-    for (pid_t& each : id) {
-        each = fork();
-        while (each == 0)
-            pause();
-    }
+    child_process shell(
+        {"sh", "-c", "for i in $(seq 257); do sleep 60 & echo $!; done; echo .; wait"});
+    shell.read_until(".");
+    std::istringstream started(shell.out);
+    std::vector<pid_t> id{std::istream_iterator<pid_t>(started), {}};
     std::sort(id.begin(), id.end());
     for (int pid : {id[2], id[0], id[0]})
         EXPECT_EQ(asker.net(add, 1, pid), 0);
@@ -74,10 +73,9 @@ TEST_F(network_sampler, each_client_has_a_set_of_its_own) {
     for (int i = 0; i <= 256; ++i)
         EXPECT_EQ(asker.net(add, 1, id[static_cast<std::size_t>(i)]), i < 256 ? 0 : -ENOSPC);
     EXPECT_EQ(asker.listed(1).find(line_of(id[0]) + line_of(id[1])), 0U);
-    for (const pid_t each : id) {
+    for (const pid_t each : id)
         kill(each, SIGKILL);
-        waitpid(each, nullptr, 0);
-    }
+    EXPECT_EQ(shell.wait(), 0);
 }
 
 TEST(network_devices, fill_one_packet_at_most) {

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <regex>
+#include <sstream>
 
 namespace {
 using numbers = std::vector<std::pair<int, int>>;
@@ -21,20 +22,17 @@ void add_sub_commands(int command, const std::string& cell, numbers& all) {
 
 // The first two columns of the table of queries; an empty command repeats the one above it.
 numbers read_page() {
+    std::ostringstream page;
+    page << std::ifstream(PROTOCOL_PAGE).rdbuf();
+    std::string queries = page.str().substr(page.str().find("\n## Queries\n") + 1);
+    queries.resize(queries.find("\n## "));
     numbers all;
-    std::ifstream page(PROTOCOL_PAGE);
-    const std::regex row("\\| (0xAE\\w\\w)? ?\\| ([^|]+) \\|.*");
-    bool in_queries = false;
     int command = 0;
-    for (std::string line; std::getline(page, line);) {
-        if (line.rfind("## ", 0) == 0)
-            in_queries = line == "## Queries";
-        std::smatch cells;
-        if (!in_queries || !std::regex_match(line, cells, row))
-            continue;
-        if (cells[1].matched)
-            command = std::stoi(cells[1], nullptr, 16);
-        add_sub_commands(command, cells[2], all);
+    const std::regex row("\n\\| (0xAE\\w\\w)? ?\\| ([^|]+) \\|");
+    for (std::sregex_iterator it(queries.begin(), queries.end(), row), end; it != end; ++it) {
+        if ((*it)[1].matched)
+            command = std::stoi((*it)[1], nullptr, 16);
+        add_sub_commands(command, (*it)[2], all);
     }
     std::sort(all.begin(), all.end());
     return all;

@@ -22,7 +22,8 @@ struct console_run {
     long reports = 1; ///< after the one to compare with, if rates are shown
     double step = 1;  ///< of the clock, in seconds
     tools::selection chosen;
-    tools::output_options options; ///< the terminal
+    tools::output_options options;     ///< the terminal
+    tools::output* shown_by = nullptr; ///< instead of a form
     bool named = true;
     bool averages = false;
     std::size_t rows_max = 1000; ///< of more rows, equally spaced ones up to the last are kept
@@ -66,17 +67,18 @@ inline void console_run::run() {
     writer to(-1);
     options.sources = ports.size();
     options.summary = !named;
-    std::unique_ptr<output> shown;
+    std::unique_ptr<output> made;
     for (const output_form& each : all_outputs())
         if (form == each.name)
-            shown = each.make(options, to);
+            made = each.make(options, to);
+    output& shown = shown_by != nullptr ? *shown_by : *made;
     std::vector<std::unique_ptr<source>> sources;
     for (const int port : ports) {
         auto now = std::make_shared<double>(0);
         server_plan plan;
         for (const char* name : subjects) {
             plan.subjects.push_back(find_subject(name));
-            plan.compares |= shown->wants_rates() && plan.subjects.back()->has_rates();
+            plan.compares |= shown.wants_rates() && plan.subjects.back()->has_rates();
         }
         plan.unseen = {find_subject("mem"), find_subject("cpu")};
         if (!plan.subjects[0]->asks_nobody)
@@ -90,8 +92,7 @@ inline void console_run::run() {
         sources.push_back(std::make_unique<clocked_source>(*this, port, std::move(plan), now));
     }
     std::ostringstream said;
-    well =
-        session(std::move(sources), {chosen, named, false, averages}, *shown, to, said).run(stop);
+    well = session(std::move(sources), {chosen, named, false, averages}, shown, to, said).run(stop);
     out = to.text;
     err = said.str();
     // No test knows the ports before.
