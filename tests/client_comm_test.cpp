@@ -202,24 +202,22 @@ TEST_F(client_comm_test, leaves_nothing_open_where_it_cannot_connect) {
     EXPECT_EQ(nowhere.recv_msg_from_server(), -3);
 }
 
-TEST(client_comm_ids, are_the_connections_own_where_that_is_asked_for) {
-    scripted_server first;
-    scripted_server second;
-    second.granted_id = 9;
-    client_comm to_first("127.0.0.1", first.port());
-    client_comm to_second("127.0.0.1", second.port());
-    const unsigned char payload[4] = {};
-    for (client_comm* each : {&to_first, &to_second}) {
+TEST_F(client_comm_test, keeps_an_id_of_its_own_where_that_is_asked_for) {
+    scripted_server other;
+    other.granted_id = 9;
+    client_comm to_first("127.0.0.1", server.port());
+    client_comm to_other("127.0.0.1", other.port());
+    for (client_comm* each : {&to_first, &to_other}) {
         each->keep_own_id();
         ASSERT_EQ(each->connect_to_server(), 0);
-        each->send_msg_to_server(0xAE02, 1, payload, sizeof payload);
+        each->send_msg_to_server(0xAE02, 1, nullptr, 0);
         each->recv_msg_from_server();
     }
-    EXPECT_EQ(header_of(first.take_requests().at(0)).client_id, 7);
-    EXPECT_EQ(header_of(second.take_requests().at(0)).client_id, 9);
+    EXPECT_EQ(header_of(server.take_requests().at(0)).client_id, 7);
+    EXPECT_EQ(header_of(other.take_requests().at(0)).client_id, 9);
     EXPECT_EQ(client_comm::client_id, 0) << "the process's";
-    EXPECT_EQ(to_first.back_client_id(), 0);
-    EXPECT_EQ(first.take_requests(true).back().substr(frame_header_size, 1), "\7");
-    for (client_comm* each : {&to_first, &to_second})
+    EXPECT_EQ(to_other.back_client_id(), 0);
+    EXPECT_EQ(other.take_requests(true).back().substr(frame_header_size, 1), "\t");
+    for (client_comm* each : {&to_first, &to_other})
         close_at_once(*each);
 }

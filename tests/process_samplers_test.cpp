@@ -129,21 +129,20 @@ TEST_F(process_samplers, say_what_is_unknown) {
 
 TEST_F(process_samplers, deal_out_the_load_of_the_simulated_cores) {
     const monsrv::simulated_board board(1);
-    for (int processes = 1; processes <= 6; ++processes) {
-        put(processes, "p");
-        sampler_asker with_board(tree.root(), board);
-        const auto load = board.now().nnu_load;
-        EXPECT_EQ(with_board.ask(0xAE02, 8), 0);
-        table = with_board.record<top_pid_info>(0);
-        float sum = 0;
-        for (const pid_msg& row : table.send_pid_info)
-            sum += row.nnu_usage;
-        EXPECT_NEAR(sum, static_cast<float>(load[0] + load[1]) / 10, 2) << processes;
-        EXPECT_EQ(table.send_pid_info[4].nnu_usage, 0);
-    }
+    for (int pid = 1; pid <= 6; ++pid)
+        put(pid, "p");
+    sampler_asker with_board(tree.root(), board);
+    const auto load = board.now().nnu_load;
+    EXPECT_EQ(with_board.ask(0xAE02, 8), 0);
+    table = with_board.record<top_pid_info>(0);
+    float sum = 0;
+    for (const pid_msg& row : table.send_pid_info)
+        sum += row.nnu_usage;
+    EXPECT_NEAR(sum, static_cast<float>(load[0] + load[1]) / 10, 2);
+    EXPECT_EQ(table.send_pid_info[4].nnu_usage, 0);
 }
 
-// The rate lies between those over the longest and the shortest time the answers can be apart.
+// The answers are at least a tenth of a second apart, and at most the time that the test takes.
 TEST(process_network, shows_in_the_table_of_busiest_processes) {
     if (*TEST_EMULATOR != '\0')
         GTEST_SKIP() << "no socket diagnostics";
@@ -164,12 +163,10 @@ TEST(process_network, shows_in_the_table_of_busiest_processes) {
     using clock = std::chrono::steady_clock;
     const auto start = clock::now();
     EXPECT_TRUE(std::isnan(bytes_per_second())) << "nothing to compare with";
-    const auto first = clock::now();
     ASSERT_TRUE(pair.carry_50000());
-    const std::chrono::duration<double> least = clock::now() - first;
     const double rate = bytes_per_second();
     const std::chrono::duration<double> most = clock::now() - start;
-    EXPECT_TRUE(rate * most.count() >= 99999 && rate * least.count() <= 100001) << rate;
+    EXPECT_TRUE(rate * most.count() >= 99999 && rate * 0.1 <= 100001) << rate;
     EXPECT_EQ(bytes_per_second(), 0);
 }
 } // namespace

@@ -9,17 +9,6 @@
 namespace {
 using numbers = std::vector<std::pair<int, int>>;
 
-// "1 to 8", "3, 4 / 5, 6"
-void add_sub_commands(int command, const std::string& cell, numbers& all) {
-    const std::regex range("(\\d+)(?: to (\\d+))?");
-    for (std::sregex_iterator it(cell.begin(), cell.end(), range), end; it != end; ++it) {
-        const int first = std::stoi((*it)[1]);
-        const int last = (*it)[2].matched ? std::stoi((*it)[2]) : first;
-        for (int sub_command = first; sub_command <= last; ++sub_command)
-            all.emplace_back(command, sub_command);
-    }
-}
-
 // The first two columns of the table of queries; an empty command repeats the one above it.
 numbers read_page() {
     std::ostringstream page;
@@ -28,11 +17,18 @@ numbers read_page() {
     queries.resize(queries.find("\n## "));
     numbers all;
     int command = 0;
+    const std::regex range("(\\d+)(?: to (\\d+))?"); // "1 to 8", "3, 4 / 5, 6"
     const std::regex row("\n\\| (0xAE\\w\\w)? ?\\| ([^|]+) \\|");
     for (std::sregex_iterator it(queries.begin(), queries.end(), row), end; it != end; ++it) {
         if ((*it)[1].matched)
             command = std::stoi((*it)[1], nullptr, 16);
-        add_sub_commands(command, (*it)[2], all);
+        const std::string cell = (*it)[2];
+        for (std::sregex_iterator part(cell.begin(), cell.end(), range); part != end; ++part) {
+            const int first = std::stoi((*part)[1]);
+            const int last = (*part)[2].matched ? std::stoi((*part)[2]) : first;
+            for (int sub_command = first; sub_command <= last; ++sub_command)
+                all.emplace_back(command, sub_command);
+        }
     }
     std::sort(all.begin(), all.end());
     return all;
