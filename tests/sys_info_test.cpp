@@ -18,9 +18,6 @@ TEST(sys_info, decoding) {
                  "0-63 => 0 64 0-63 ", "10-15 => 10 -14 10-15 ", "V1.2 x\n => 0 1 V1.2 ",
                  "1\n  2 c\n\n => 2 4 2 ", "7\nx => 0 6 x ", "-1 => 18446744073709551615 7 -1 ",
                  "99999999999999999999 => 18446744073709551615 -2147483648 99999999999999999999 "});
-    EXPECT_THROW(freq.parse_cpu_freq(nullptr), std::logic_error);
-    EXPECT_THROW(possible.parse_cpu_possible(nullptr), std::logic_error);
-    EXPECT_THROW(version.parse_version(nullptr), std::logic_error);
 }
 
 TEST(sys_info, queries) {
