@@ -248,6 +248,12 @@ TEST(end_to_end, other_programs_read_the_machine_forms) {
         std::string command;
         std::string out;
     } cases[] = {
+        {"CSV with names that need quotes",
+         of_tree + "csv 0.01 2 | python3 -c 'import csv, sys; rows = list(csv.DictReader(open(0, "
+                   "newline=\"\", "
+                   "errors=\"replace\"), strict=True)); print(len(rows), rows[0][\"device\"], "
+                   "rows[0][\"written_bytes\"], len(rows[3]))'",
+         "4 a,b\"c 4096 7\n"},
         {"JSON with names that are not UTF-8",
          of_tree + "json 0.01 2 | python3 -c 'import json, sys; "
                    "print([json.loads(l)[\"rows\"][1][\"device\"] "
