@@ -150,7 +150,9 @@ void server_source::ask_one(opened& each, report& into) {
     ++record.asked;
     record.failed += !record.answered;
     constexpr double seldom = 10; // seconds
-    const bool can_wait = got.code == -ENODEV || (got.code >= 0 && each.what->changes_slowly);
+    const bool can_wait =
+        got.code == -ENODEV ||
+        (got.code >= 0 && (each.what->changes_slowly || got.figures.rows.empty()));
     each.not_before = can_wait && !into.away ? receipt.seconds + seldom : 0;
     if (each.seen)
         into.answers.push_back(std::move(got));

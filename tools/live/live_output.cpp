@@ -65,8 +65,10 @@ public:
             changed_ = true;
         }
         take_messages();
-        // The clock in the header goes on, and so does the time that a server has been away.
-        if (changed_ || clock_text() != drawn_clock_)
+        // Between reports that are far apart the clock in the header goes on, and so does the time
+        // that a server has been away.
+        const bool is_old = board_view::clock::now() - drawn_ > std::chrono::milliseconds(1100);
+        if (changed_ || (is_old && clock_text() != drawn_clock_))
             draw();
         return true;
     }
@@ -107,6 +109,7 @@ private:
     void draw() {
         canvas screen(terminal_->rows(), terminal_->columns());
         drawn_clock_ = clock_text();
+        drawn_ = board_view::clock::now();
         table_ = draw_page(screen, boards_, state_, with_, drawn_clock_, board_view::clock::now());
         terminal_->show(screen);
         changed_ = false;
@@ -122,6 +125,7 @@ private:
     page_state state_;
     table_extent table_;
     std::string drawn_clock_;
+    board_view::clock::time_point drawn_;
     bool changed_ = false;
     bool started_ = false;
 };
