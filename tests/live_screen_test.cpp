@@ -235,6 +235,8 @@ TEST(live_screen, shows_the_board_and_follows_keys_and_size) {
     live.wait_for("COMMAND");
     live.run({"resize-window", "-x", "40", "-y", "12"});
     live.wait_for("^moncl .*\n all");
+    live.run({"resize-window", "-x", "200", "-y", "60"});
+    live.wait_for("Pipe  pipe 0 .*pym \\d+>\\d+");
     live.type("/nosuchprocess");
     live.wait_for("/nosuchprocess_");
     live.type("Enter");
