@@ -28,7 +28,7 @@ namespace cpu_request {
 inline constexpr int usage = 1;
 inline constexpr int process_status = 3;
 inline constexpr int process_io = 4;
-inline constexpr int busiest_processes = 8; ///< with 10 as payload: this client leaves
+inline constexpr int busiest_processes = 8; ///< a payload of 10 says that this client leaves
 inline constexpr int interrupts = 9;
 inline constexpr int enable_counters = 10;
 inline constexpr int read_counters = 11;
