@@ -3,7 +3,6 @@
 #include "fuzz_support.h"
 #include "text_reader.h"
 
-#include <iomanip>
 #include <sstream>
 
 namespace {
@@ -18,15 +17,12 @@ void read_number(text_reader& reader, std::istream& stream) {
 
 void read_columns(text_reader& reader, std::istream& stream, std::size_t count) {
     std::uint64_t mine[16];
-    const std::string_view columns = reader.columns(mine, count);
-    std::ostringstream written;
-    for (std::size_t i = 0; i < columns.size() / text_reader::column_width; ++i) {
+    const std::size_t read = reader.columns(mine, count);
+    for (std::size_t i = 0; i < read; ++i) {
         std::uint64_t theirs = 7;
         stream >> theirs;
         fuzz::expect(mine[i] == theirs, "column");
-        written << std::setw(text_reader::column_width) << theirs;
     }
-    fuzz::expect(written.str() == columns, "text of columns");
 }
 
 void read_text(text_reader& reader, std::istream& stream, int kind) {

@@ -29,37 +29,31 @@ std::string read_rest(text_reader& fields) {
     return std::string(rest);
 }
 
-// Reads counts; once one is missing the reads fail, and all that follow stay 0.
-// Returns their text if it is what will be printed for them.
-std::string_view read_counts(text_reader& fields, std::vector<std::uint64_t>& counts) {
-    const std::string_view columns = fields.columns(counts.data(), counts.size());
-    std::size_t i = columns.size() / text_reader::column_width;
-    const bool all = i == counts.size();
-    while (i < counts.size() && fields.number(counts[i++]))
-        i +=
-            fields.columns(counts.data() + i, counts.size() - i).size() / text_reader::column_width;
-    return all ? columns : std::string_view();
+// Once a count is missing, its read and all that follow fail: those counts stay 0.
+void read_counts(text_reader& fields, std::vector<std::uint64_t>& counts) {
+    std::size_t i = fields.columns(counts.data(), counts.size());
+    while (i < counts.size() && fields.number(counts[i])) {
+        ++i;
+        i += fields.columns(counts.data() + i, counts.size() - i);
+    }
 }
 
-// Each returns the text of the counts, as `read_counts` does.
-std::string_view read_inter_processor(text_reader fields, interrupt& record) {
+void read_inter_processor(text_reader fields, interrupt& record) {
     record.IPI_int_num = read_word(fields);
-    const std::string_view counts = read_counts(fields, record.int_cnt);
+    read_counts(fields, record.int_cnt);
     record.IPI_int_describe = read_rest(fields);
-    return counts;
 }
 
-std::string_view read_numbered(text_reader fields, interrupt& record) {
+void read_numbered(text_reader fields, interrupt& record) {
     std::string_view number;
     fields.word(number);
     number.remove_suffix(1); // the colon
     record.logic_int_num = leading_number<unsigned long>(number, "stoul");
-    const std::string_view counts = read_counts(fields, record.int_cnt);
+    read_counts(fields, record.int_cnt);
     record.int_dev = read_word(fields);
     fields.number(record.hardware_int_num);
     record.trigger_mode = read_word(fields);
     record.int_name = read_rest(fields);
-    return counts;
 }
 
 std::shared_ptr<interrupt> read_error(text_reader fields) {
@@ -88,25 +82,27 @@ public:
             put(field_blanks.substr(0, blanks));
     }
     void add(std::uint64_t number, std::size_t width) {
-        char field[32];
-        std::memset(field, ' ', sizeof field);
-        char* const end = field + sizeof field;
-        char* start = end;
-        do
-            *--start = static_cast<char>('0' + number % 10);
-        while ((number /= 10) != 0);
-        if (left_)
-            return add(std::string_view(start, static_cast<std::size_t>(end - start)), width);
-        start = std::min(start, end - width);
-        put({start, static_cast<std::size_t>(end - start)});
+        char digits[digits_max];
+        char* const end = digits + sizeof digits;
+        const char* const start = write_before(end, number);
+        add(std::string_view(start, static_cast<std::size_t>(end - start)), width);
     }
 
-    // The bulk of a table, hence in one piece where it stood in the text as it is to be printed.
-    void add_counts(const std::vector<std::uint64_t>& counts, std::string_view text) {
-        if (!left_ && !text.empty())
-            return put(text);
-        for (std::uint64_t count : counts)
-            add(count, text_reader::column_width);
+    // The bulk of a table, so right-aligned counts are written where they are to stand.
+    void add_counts(const std::vector<std::uint64_t>& counts) {
+        for (const std::uint64_t count : counts) {
+            if (left_ || count > widest_count) {
+                add(count, count_width);
+                continue;
+            }
+            if (sizeof buffer_ - used_ < count_width)
+                flush();
+            char* const column = buffer_ + used_;
+            std::memcpy(column, zero_count, count_width);
+            if (count != 0)
+                write_before(column + count_width, count);
+            used_ += count_width;
+        }
     }
 
     void finish() {
@@ -116,26 +112,36 @@ public:
 
 private:
     static constexpr std::string_view field_blanks = "           ";
+    static constexpr std::size_t count_width = 11;
+    static constexpr char zero_count[] = "          0";
+    static constexpr std::uint64_t widest_count = 99999999999;
+    static constexpr std::size_t digits_max = 20;
 
+    // Writes `number` so that it ends at `end`, and returns its start.
+    static char* write_before(char* end, std::uint64_t number) {
+        do
+            *--end = static_cast<char>('0' + number % 10);
+        while ((number /= 10) != 0);
+        return end;
+    }
     void flush() {
-        out_.write(buffer_, used_);
+        out_.write(buffer_, static_cast<std::streamsize>(used_));
         used_ = 0;
     }
     void put(std::string_view text) {
-        const auto size = static_cast<std::streamsize>(text.size());
-        if (size > static_cast<std::streamsize>(sizeof buffer_) - used_)
+        if (text.size() > sizeof buffer_ - used_)
             flush();
-        if (size > static_cast<std::streamsize>(sizeof buffer_)) {
-            out_.write(text.data(), size);
+        if (text.size() > sizeof buffer_) {
+            out_.write(text.data(), static_cast<std::streamsize>(text.size()));
             return;
         }
         text.copy(buffer_ + used_, text.size());
-        used_ += size;
+        used_ += text.size();
     }
 
     std::ostream& out_;
     bool left_;
-    std::streamsize used_ = 0;
+    std::size_t used_ = 0;
     char buffer_[8192];
 };
 } // namespace
@@ -143,20 +149,16 @@ private:
 unsigned int interrupt_parser::parse_interrupt(unsigned char* msg) {
     const std::string_view text = payload_text(msg, table_max);
     interrupts = std::make_unique<std::vector<std::shared_ptr<interrupt>>>();
-    std::vector<std::string_view> counts;
-    const int result = take_table(text, counts);
-    show_table(counts);
+    const int result = take_table(text);
+    show_table();
     return static_cast<unsigned int>(result);
 }
 
 int interrupt_parser::parse_int(const std::string& text) {
-    std::vector<std::string_view> counts;
-    return take_table(text, counts);
+    return take_table(text);
 }
 
-// `counts_text` gets the text of each record's counts, empty where it is not what will be printed.
-int interrupt_parser::take_table(std::string_view text,
-                                 std::vector<std::string_view>& counts_text) {
+int interrupt_parser::take_table(std::string_view text) {
     try {
         text_reader lines(text);
         std::string_view line;
@@ -173,10 +175,9 @@ int interrupt_parser::take_table(std::string_view text,
                 auto record = std::make_shared<interrupt>();
                 record->int_cnt.resize(cpus);
                 const auto read = inter_processor ? read_inter_processor : read_numbered;
-                counts_text.push_back(read(lines.fields_of(line), *record));
+                read(lines.fields_of(line), *record);
                 interrupts->push_back(std::move(record));
             } else if (line.substr(0, 3) == "Err") {
-                counts_text.emplace_back();
                 interrupts->push_back(read_error(lines.fields_of(line)));
             }
         }
@@ -187,7 +188,7 @@ int interrupt_parser::take_table(std::string_view text,
     }
 }
 
-void interrupt_parser::show_table(const std::vector<std::string_view>& counts_text) const {
+void interrupt_parser::show_table() const {
     column_writer table(std::cout, (std::cout.flags() & std::ios::adjustfield) == std::ios::left);
     table.add("    ");
     const std::size_t cpus = interrupts->empty() ? 0 : interrupts->front()->int_cnt.size();
@@ -197,12 +198,11 @@ void interrupt_parser::show_table(const std::vector<std::string_view>& counts_te
         table.add(std::to_string(i));
     }
     table.add("\n");
-    for (std::size_t i = 0; i < interrupts->size(); ++i) {
-        const auto& record = (*interrupts)[i];
+    for (const auto& record : *interrupts) {
         if (record->IPI_int_num.empty() && record->logic_int_num != 0) {
             table.add(record->logic_int_num, 3);
             table.add(":");
-            table.add_counts(record->int_cnt, counts_text[i]);
+            table.add_counts(record->int_cnt);
             table.add(record->int_dev, 11);
             table.add(record->hardware_int_num, 5);
             table.add(" ");
@@ -213,7 +213,7 @@ void interrupt_parser::show_table(const std::vector<std::string_view>& counts_te
             table.add(record->err_cnt, 11);
         } else {
             table.add(record->IPI_int_num, 3);
-            table.add_counts(record->int_cnt, counts_text[i]);
+            table.add_counts(record->int_cnt);
             table.add(record->IPI_int_describe);
         }
         table.add("\n");

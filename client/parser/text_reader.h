@@ -14,6 +14,8 @@
 #ifndef MONCL_TEXT_READER_H
 #define MONCL_TEXT_READER_H
 
+#include "eight_digits.h"
+
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -135,45 +137,23 @@ public:
         return take_any_number(value);
     }
 
-    /// Reads as many of the next @p count numbers as stand in columns the way the kernel prints its
-    /// tables of counts: right-aligned in eleven characters, of up to eight digits and without a
-    /// leading zero. Stops, without a failure, at what has to be read one by one.
+    /// Reads as many of the next @p count numbers as stand in columns: right-aligned in eleven
+    /// characters and of up to eight digits, as the kernel prints its tables of counts. Stops at
+    /// the first one that is not in this form, without a failure: call `number` there.
     /// @param values receives them
-    /// @return the text of those columns
-    std::string_view columns(std::uint64_t* values, std::size_t count) {
-        constexpr std::ptrdiff_t width = column_width;
-        const std::uint64_t blanks = all_bytes(' ');
+    /// @return how many were read
+    std::size_t columns(std::uint64_t* values, std::size_t count) {
+        constexpr std::ptrdiff_t width = eight_digits::column_width;
         if (state_ != 0)
-            return {};
-        const char* const start = at_;
-        const char* at = at_; // a copy of its own stays in registers
-        for (; count > 0 && end_ - at > width && digit(at[width]) >= 10; --count, at += width) {
-            const std::uint64_t text = load_8(at + width - 8);
-            const std::uint64_t before = (load_8(at) ^ blanks) << 40; // three characters
-            const std::uint64_t digits = text ^ all_bytes('0');
-            // Most interrupts never happen on most CPUs.
-            if ((before | (digits ^ (all_bytes(' ' ^ '0') >> 8))) == 0) {
-                *values++ = 0;
-                continue;
-            }
-            const std::uint64_t others = no_digits(digits);
-            if (static_cast<std::int64_t>(others) < 0)
+            return 0;
+        std::size_t read = 0;
+        const char* at = at_; // the compiler keeps a local in a register, but not a member
+        for (; read < count && end_ - at > width && digit(at[width]) >= 10; ++read, at += width)
+            if (!eight_digits::column_number(at, values[read]))
                 break;
-            // Leading bytes that are blanks make none behind them look wrong.
-            const std::uint64_t leading =
-                others == 0 ? 0 : ~std::uint64_t{0} >> __builtin_clzll(others);
-            const std::uint64_t number = digits & ~leading;
-            const bool leading_zero = (number & ((leading << 8 | 0xFF) ^ leading)) == 0;
-            if ((before | ((text ^ blanks) & leading)) != 0 || leading_zero)
-                break;
-            *values++ = sum_of_8(number);
-        }
         at_ = at;
-        return std::string_view(start, static_cast<std::size_t>(at - start));
+        return read;
     }
-
-    /// Characters of a column that `columns` reads.
-    static constexpr std::size_t column_width = 11;
 
     /// Skips blanks; not a failure at the end of the text.
     void skip_blanks() {
@@ -190,34 +170,10 @@ private:
     static bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
     static unsigned digit(char c) { return static_cast<unsigned>(c) - '0'; }
 
-    // Reads up to eight digits at once; 0 if there are none, or too little to read behind them.
-    // What stands behind a line is no digit, and so ends its last number.
-    unsigned leading_digits(const char* at, std::uint32_t& sum) const {
-        if (readable_ - at <= 8)
-            return 0;
-        const std::uint64_t text = load_8(at) ^ all_bytes('0');
-        const std::uint64_t others = no_digits(text);
-        const unsigned digits = others == 0 ? 8 : first_byte(others);
-        if (digits == 0)
-            return 0;
-        sum = sum_of_8(text << (64 - 8 * digits)); // leading zeros
-        return digits;
-    }
-
-    static constexpr std::uint64_t all_bytes(unsigned char byte) {
-        return ~std::uint64_t{0} / 255 * byte;
-    }
-    // The high bit of each byte above 9; bytes behind the first one above 137 may be wrong.
-    static std::uint64_t no_digits(std::uint64_t bytes) {
-        return ((bytes + all_bytes(0x76)) | bytes) & all_bytes(0x80);
-    }
-    // The number that eight bytes of 0 to 9 make, the lowest byte its highest digit.
-    static std::uint32_t sum_of_8(std::uint64_t digits) {
-        digits = digits * 10 + (digits >> 8);
-        return static_cast<std::uint32_t>(
-            ((digits & 0x000000FF000000FF) * 0x000F424000000064 +
-             ((digits >> 16) & 0x000000FF000000FF) * 0x0000271000000001) >>
-            32);
+    // `eight_digits::leading_number`; 0 as well where too little may be read. The bytes after a
+    // line are no digit, so they end its last number.
+    unsigned leading_digits(const char* at, std::uint32_t& value) const {
+        return readable_ - at <= 8 ? 0 : eight_digits::leading_number(at, value);
     }
 
     template<class Int>
@@ -272,19 +228,6 @@ private:
         return read.good || fail();
     }
 
-    // Eight characters as a number whose lowest byte is the first of them.
-    static std::uint64_t load_8(const char* text) {
-        std::uint64_t bytes;
-        std::memcpy(&bytes, text, sizeof bytes);
-#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-        bytes = __builtin_bswap64(bytes);
-#endif
-        return bytes;
-    }
-    static unsigned first_byte(std::uint64_t bits) {
-        return static_cast<unsigned>(__builtin_ctzll(bits)) / 8;
-    }
-
     bool fail() {
         state_ |= failed;
         return false;
@@ -293,9 +236,7 @@ private:
         state_ |= ended | failed;
         return false;
     }
-    bool ready() {
-        return state_ == 0 || fail();
-    }
+    bool ready() { return state_ == 0 || fail(); }
     void note_end() {
         if (at_ == end_)
             state_ |= ended;
@@ -305,8 +246,9 @@ private:
             return;
         // Columns are mostly blanks: as long as there are eight characters, eight at once.
         while (readable_ - at_ >= 8) {
-            if (const std::uint64_t others = load_8(at_) ^ all_bytes(' '); others != 0) {
-                at_ += first_byte(others);
+            if (const std::uint64_t others = eight_digits::load(at_) ^ eight_digits::all_bytes(' ');
+                others != 0) {
+                at_ += eight_digits::first_byte(others);
                 break;
             }
             at_ += 8;
