@@ -1,6 +1,7 @@
 #!/bin/sh
 # Installs the library, static and shared, and builds two outside programs against each with CMake and
-# pkg-config: one that brings a log function of its own, which must win, and one that does not.
+# pkg-config: one that brings a log function of its own, which must win, and one that does not. The shared
+# library exports what its list says, and is at most 160 KB where that was measured.
 # Usage: installed_package.sh SOURCE_DIR WORK_DIR
 set -eu
 source=$1
@@ -42,3 +43,12 @@ for shared in OFF ON; do
     ${CXX:-c++} -std=c++17 -DOWN_LOG project/program.cpp $flags -o "outside_$shared/by_pkg_config"
     test "$(LD_LIBRARY_PATH=${pc%/pkgconfig/*} "outside_$shared/by_pkg_config" 2>&1)" = "own log"
 done
+
+"$source/scripts/abi" --check build_ON/libmoncl.so
+strip -o stripped.so build_ON/libmoncl.so
+size=$(wc -c <stripped.so)
+echo "The shared library has $size bytes."
+case $(uname -m)/$(${CXX:-c++} --version) in
+x86_64/*clang*) ;;
+x86_64/*) test "$size" -le 163840 ;;
+esac
