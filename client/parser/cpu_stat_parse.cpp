@@ -1,5 +1,5 @@
 // CPU usage from the CPU-time table.
-#include "client.h"
+#include "cpu_stat.h"
 
 #include "text_reader.h"
 

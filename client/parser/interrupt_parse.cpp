@@ -1,6 +1,7 @@
 // The interrupt table: decoding it and printing it again.
-#include "client.h"
+#include "interrupt.h"
 
+#include "common_func.h"
 #include "text_number.h"
 
 #include <algorithm>

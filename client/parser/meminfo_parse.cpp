@@ -1,5 +1,5 @@
 // Memory figures.
-#include "client.h"
+#include "meminfo.h"
 
 #include "text_number.h"
 

@@ -1,6 +1,7 @@
 // Network bandwidth of devices and processes.
-#include "client.h"
+#include "net_stat.h"
 
+#include "common_func.h"
 #include "platform_log.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
 // Load of an accelerator core.
-#include "client.h"
+#include "nnu_ratio.h"
 
 #include "text_reader.h"
 

@@ -1,5 +1,5 @@
 // Block devices, partitions, temperatures, cooling devices and ion heaps.
-#include "client.h"
+#include "peri.h"
 
 #include "text_reader.h"
 

@@ -1,5 +1,6 @@
 // Per-process answers: status line, I/O accounting and the table of busiest processes.
-#include "client.h"
+#include "perf_stat.h"
+#include "process.h"
 
 #include "text_number.h"
 

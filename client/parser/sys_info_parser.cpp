@@ -1,5 +1,5 @@
 // CPU frequency, possible CPUs and system version.
-#include "client.h"
+#include "sys_info.h"
 
 #include "platform_log.h"
 #include "text_reader.h"

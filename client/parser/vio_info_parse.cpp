@@ -1,5 +1,5 @@
 // The video pipeline: frame rates, image signal processor information, pyramid statistics.
-#include "client.h"
+#include "vio_info.h"
 
 #include "text_reader.h"
 
