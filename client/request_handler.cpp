@@ -23,7 +23,7 @@ int request_handler::exchange(int sub_command, const std::uint8_t* msg, int len)
 
 int request_handler::receive_parts() {
     constexpr int capacity = answer_parts_max * answer_payload_max;
-    joined_parts.resize(capacity + 1); // the byte behind the parts stays zero
+    joined_parts.resize(capacity + 1); // the last byte stays zero, so text always ends
     const int r = client->recv_more_msg(joined_parts.data(), capacity);
     const int used = client->get_more_len();
     if (used < joined_len)

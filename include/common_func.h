@@ -19,15 +19,16 @@
 
 // ---------------------------------------------------------------------------------------- frame
 
-// A flexible array is no standard C++; GCC takes __extension__ for a yes, clang does not.
+// A flexible array is not standard C++. GCC does not warn of one that is marked __extension__,
+// clang does.
 #ifdef __clang__
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wc99-extensions"
 #endif
 
-/// The frame of every request and answer: a 44-byte header and the payload behind it,
-/// little-endian, sent as the record's own bytes. Declared size 48, so a message of n payload bytes
-/// is 48 + n long.
+/// The frame of every request and answer: a 44-byte header followed by the payload. The bytes of
+/// the record are sent as they are, little-endian. Its declared size is 48, so a message with n
+/// bytes of payload has 48 + n bytes.
 struct data_struct {
     std::int32_t command;      ///< the manager's request code
     std::int32_t sub_command;  ///< the item asked for within `command`
@@ -99,8 +100,9 @@ MONCL_API unsigned int reverse32(unsigned int data);
 
 // --------------------------------------------------------------------------------- wire records
 
-/// Marks 8-byte fields of a record that is read where it lies in a received frame. Payloads start
-/// at offset 44, so such a record must not ask for more than 4-byte alignment. Read them by value.
+/// Marks a record, or an 8-byte field of one, that is read in place in a received frame. Payloads
+/// start at offset 44, so what lies in them must not require more than 4-byte alignment. Read
+/// 8-byte fields by value: a reference to one may be misaligned.
 #define MONCL_READ_IN_PLACE __attribute__((packed, aligned(4)))
 
 /// Totals of the hardware and kernel event counters since counting was switched on; the payload of
@@ -162,9 +164,8 @@ struct process_net_s {
 };
 static_assert(sizeof(process_net_s) == 16 && offsetof(process_net_s, total) == 8);
 
-/// The text of a record's character field: up to its NUL, or all of a field that has none. A view
-/// of
-/// @p field.
+/// The text of a record's character field: up to its NUL, or all of a field that has none. It is a
+/// view of @p field.
 template<std::size_t Size>
 std::string_view field_text(const char (&field)[Size]) {
     return std::string_view(field, Size).substr(0, std::string_view(field, Size).find('\0'));
@@ -176,9 +177,8 @@ std::string_view field_text(const char (&field)[Size]) {
 MONCL_API extern FILE* logFile;
 
 /// Writes @p val to @p os as a size with one decimal and a unit letter ("1.5K"), in steps of 1024.
-/// The stream's own width and fill apply; nothing else is written.
+/// The width and fill of the stream apply. A value that rounds up to 1024.0 keeps its unit.
 /// @param off unit of @p val itself: 0 bytes, 1 K, 2 M ... 8 Y; a unit past Y is shown as Y
-/// A value that rounds up to 1024.0 keeps its unit.
 MONCL_API void show_by_unit(unsigned long val, std::ostream& os, unsigned char off);
 
 /// @p end - @p start in milliseconds, the microsecond part truncated toward zero; a negative
@@ -202,9 +202,9 @@ struct fd_cache {
 };
 
 /// Process-wide cache of open files, for files that are read from their start again and again.
-/// std::bad_alloc may pass and leaves nothing open that is not in the cache.
-/// All members may be called from any thread; `fds_lock` is taken before any entry's `flock`.
-/// At most 301 files are kept open.
+/// All members may be called from any thread; `fds_lock` is taken before any entry's `flock`. They
+/// may throw std::bad_alloc; no file is then open that is not in the cache. At most 301 files are
+/// kept open.
 class MONCL_API file_cache {
 public:
     /// Opens @p path unless it is in the cache, and keeps it.

@@ -15,7 +15,7 @@ inline constexpr int give_back = 2;
 inline constexpr int system_command = 0xAE01;
 /// Sub-commands of `system_command`.
 namespace system_request {
-inline constexpr int cpu_frequency = 1; ///< of CPU 0; those of the following CPUs follow
+inline constexpr int cpu_frequency = 1; ///< of CPU 0; the next numbers ask for CPU 1, 2 ...
 inline constexpr int cpu_frequency_count = 8;
 inline constexpr int possible_cpus = 9;
 inline constexpr int version = 10;
@@ -39,7 +39,7 @@ inline constexpr int disable_counters = 12;
 inline constexpr int accelerator_command = 0xAE03;
 /// Sub-commands of `accelerator_command`.
 namespace accelerator_request {
-inline constexpr int load = 1; ///< of core 0; that of core 1 follows
+inline constexpr int load = 1; ///< of core 0; the next number asks for core 1
 inline constexpr int load_count = 2;
 } // namespace accelerator_request
 
@@ -47,9 +47,9 @@ inline constexpr int load_count = 2;
 inline constexpr int peripheral_command = 0xAE06;
 /// Sub-commands of `peripheral_command`.
 namespace peripheral_request {
-inline constexpr int cooling = 1; ///< device 0; device 1 follows
+inline constexpr int cooling = 1; ///< device 0; the next number asks for device 1
 inline constexpr int cooling_count = 2;
-inline constexpr int thermal = 3; ///< zone 0; the following zones follow
+inline constexpr int thermal = 3; ///< zone 0; the next numbers ask for zone 1, 2 ...
 inline constexpr int thermal_count = 16;
 inline constexpr int all_thermal = 19;
 inline constexpr int block_devices = 20;
@@ -60,8 +60,8 @@ inline constexpr int memory = 26;
 
 /// Queries of `vio_info_manager`.
 inline constexpr int video_command = 0xAE08;
-/// Sub-commands of `video_command`: the first of each kind, with those of the further instances
-/// after it.
+/// Sub-commands of `video_command`. Each asks for the first instance; the next numbers ask for the
+/// further ones.
 namespace video_request {
 inline constexpr int isp_information = 1; ///< 2 instances
 inline constexpr int isp_rates = 3;       ///< 2 instances

@@ -1,5 +1,5 @@
-// The log for hosts without the platform's own: one line a message to standard error. Weak and
-// alone in its file, so that a program's own definition takes precedence.
+// The log for hosts that lack the platform's: writes each message as one line to standard error. It
+// is weak, and alone in its file, so that a program's own definition takes precedence.
 #include "platform_log.h"
 
 #include <cstdarg>
@@ -23,6 +23,6 @@ __android_log_print(int prio, const char* tag, const char* format, ...) {
     std::size_t length = std::strlen(line);
     if (length == 0 || line[length - 1] != '\n')
         line[length++] = '\n';
-    // One write a message, so that lines of several threads do not mix.
+    // One write for each message, so that lines of several threads do not mix.
     return static_cast<int>(write(STDERR_FILENO, line, length));
 }

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-/// Asks for CPU and process figures. Queries may come from several threads, and so may adding a
+/// Asks about CPUs and processes. Queries may come from several threads, and so may adding a
 /// process.
 ///
 /// Queries return 0 or the negative code of the request cycle, and write their report to the stream
@@ -42,8 +42,8 @@ public:
     int get_process_io(std::ostream* os);
     /// The table of busiest processes, all 146 rows of it; @p pid goes to the server as it is.
     int get_process_all(int pid, std::ostream* os);
-    /// The interrupt table, which goes to standard output whatever @p os is. An answer, of one part
-    /// or of several, ends in -1 unless the connection's `stop_at_last_part` is on.
+    /// The interrupt table, which goes to standard output whatever @p os is. Every answer, of one
+    /// part or of several, ends in -1 unless the connection's `stop_at_last_part` is on.
     /// @throws std::ios_base::failure if standard output is told to throw and cannot be written to
     int get_interrupt(std::ostream* os);
     /// Switches performance counting on.

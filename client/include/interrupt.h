@@ -30,8 +30,8 @@ public:
 /// Decodes the interrupt table, the text of /proc/interrupts, and prints it to standard output.
 class MONCL_API interrupt_parser {
 public:
-    /// Decodes @p msg, text of at most 409600 bytes, and prints the table to standard output, in
-    /// the alignment that stream is set to; also if decoding failed.
+    /// Decodes @p msg, text of at most 409600 bytes, then prints the records to standard output,
+    /// also if decoding failed. Their fields are aligned as that stream is set to.
     /// @return what `parse_int` returned
     unsigned int parse_interrupt(unsigned char* msg);
     /// Appends a record for each line of @p text to `interrupts`, which must not be null. Each

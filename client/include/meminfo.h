@@ -8,7 +8,7 @@
 #include <string>
 #include <unordered_map>
 
-/// Memory figures, in kB.
+/// Sizes of the machine's memory, in kB.
 struct meminfo {
     std::uint64_t memTotal = 0;
     std::uint64_t memfree = 0;
@@ -23,15 +23,14 @@ struct meminfo {
 /// Decodes the text of /proc/meminfo.
 class MONCL_API meminfo_parser {
 public:
-    /// Decodes @p msg into `mem`; a figure that is not there becomes 0.
+    /// Decodes @p msg into `mem`; a size that the text lacks becomes 0.
     /// @return 1; 0 after an exception, which has been written to standard output and leaves `mem`
-    /// as
-    ///         it was
+    ///         as it was
     int parse_meminfo(unsigned char* msg);
-    /// Stores the figures of @p msg by key into @p figures.
-    /// @throws std::invalid_argument, std::out_of_range "stol" on a value that is no number, too
-    /// large
-    void parseMeminfo(const std::string& msg, std::unordered_map<std::string, long>& figures);
+    /// Stores the values of @p msg, lines of "key: value", by key into @p values.
+    /// @throws std::invalid_argument "stol" for a value that is not a number, std::out_of_range
+    ///         "stol" for one that is too large
+    void parseMeminfo(const std::string& msg, std::unordered_map<std::string, long>& values);
 
     meminfo mem; ///< last decode
 };

@@ -17,10 +17,10 @@ struct net_stat {
 /// Keeps the bytes of every network device and of the registered processes.
 class MONCL_API net_stat_parse {
 public:
-    /// Decodes one bandwidth answer; records that the payload cannot hold do not count, processes
-    /// that are not registered are logged and skipped.
-    /// @param delta_ms time since the previous bandwidth answer, 0 if there was none: then rates
-    /// are 0
+    /// Decodes one bandwidth answer. Records past the end of the payload are ignored. A process
+    /// that is not registered is logged and skipped.
+    /// @param delta_ms time since the previous bandwidth answer; 0 if there was none, and all rates
+    ///                 are then 0
     /// @return 1
     int parse_net_stat(unsigned char* msg, unsigned long delta_ms);
 

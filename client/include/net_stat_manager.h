@@ -16,7 +16,7 @@ class MONCL_API net_stat_manager : public ns_req_template::request_handler {
 public:
     /// Has no connection: give it one through `client` before the first query.
     net_stat_manager();
-    /// Uses @p comm, and connects it, again if it is connected.
+    /// Uses @p comm and connects it, even if it is connected already.
     /// @throws const char* "NET connect to server failed"
     explicit net_stat_manager(std::shared_ptr<client_comm> comm);
     /// Connects to the server at @p ip : @p port.
@@ -25,22 +25,23 @@ public:
 
     /// Starts the monitoring period.
     int start_net_monitor();
-    /// Registers a process, here even if the server then fails to. One that is registered keeps its
-    /// totals.
+    /// Registers a process with this object, even if the request fails, and with the server. A
+    /// process that is registered already keeps its total.
     int add_net_monitor_process(int pid);
-    /// Unregisters a process, here even if the server then fails to.
+    /// Unregisters a process with this object, even if the request fails, and with the server.
     int remove_net_monitor_process(int pid);
     /// Asks for the bytes of every device and registered process, and writes the rates since the
-    /// previous call to @p os unless it is null; the first reports 0, a process registered since
-    /// then its total as if all of it were new. The report has no line end behind its last process.
+    /// previous call to @p os unless it is null. The first call reports 0. A process that was
+    /// registered after the previous call is reported as if all of its bytes were new. No line end
+    /// follows the last process.
     int get_bandwidth_stat(std::ostream* os);
-    /// Unregisters every process, forgets all figures and ends the monitoring period; a process
+    /// Unregisters every process, forgets all totals and ends the monitoring period; a process
     /// that fails does not stop the rest.
     /// @return the result of ending the period
     int exit_net_monitor();
 
-    std::mutex net_lock; ///< held by all but start, before `req_lock`: keeps the registered set and
-                         ///< the server's alike
+    std::mutex net_lock; ///< held by all operations but start, and taken before `req_lock`:
+                         ///< keeps the same processes registered here and with the server
     timeval last_time{}; ///< receipt of the latest bandwidth answer; zero before the first
     std::shared_ptr<net_stat_parse> parser;
 

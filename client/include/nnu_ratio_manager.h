@@ -15,7 +15,7 @@ class MONCL_API nnu_ratio_manager : public ns_req_template::request_handler {
 public:
     /// Has no connection: give it one through `client` before the first query.
     nnu_ratio_manager();
-    /// Uses @p comm, and connects it, again if it is connected.
+    /// Uses @p comm and connects it, even if it is connected already.
     /// @throws const char* "NNU connect to server failed"
     explicit nnu_ratio_manager(std::shared_ptr<client_comm> comm);
     /// Connects to the server at @p ip : @p port.

@@ -66,8 +66,8 @@ public:
 class MONCL_API all_thermal_parser {
 public:
     /// Decodes @p msg: a count byte of cooling texts, one of temperature texts, then the texts,
-    /// each ended by a NUL. A text without a line repeats the value before it, 0 at first. Reads
-    /// nothing behind the payload's 8192 bytes: texts there count as having no line.
+    /// each ended by a NUL. A text without a line repeats the value before it, 0 at first. Texts
+    /// past the payload's 8192 bytes are not read: they count as having no line.
     /// @return 1; 0 after an exception, which has been written to standard output
     int parse_all(unsigned char* msg);
 

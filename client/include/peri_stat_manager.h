@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-/// Asks for memory and peripheral figures. Queries may come from several threads.
+/// Asks about memory and peripherals. Queries may come from several threads.
 ///
 /// Queries return 0 or the negative code of the request cycle, and write their report, which has no
 /// line end, to the stream unless that is null.
@@ -17,7 +17,7 @@ class MONCL_API peri_stat_manager : public ns_req_template::request_handler {
 public:
     /// Has no connection: give it one through `client` before the first query.
     peri_stat_manager();
-    /// Uses @p comm, and connects it, again if it is connected.
+    /// Uses @p comm and connects it, even if it is connected already.
     /// @throws const char* "PERI connect to server failed"
     explicit peri_stat_manager(std::shared_ptr<client_comm> comm);
     /// Connects to the server at @p ip : @p port.
@@ -40,9 +40,9 @@ public:
     /// Rates of every block device, in KB/s since the previous call; the first reports 0.
     int get_block_usage(std::ostream* os);
     /// Space of partitions.
-    /// @param parts names, NUL-terminated, only read during the call; those from the first one that
-    ///              does not fit into a request of 1023 bytes are not asked for. What no name asks
-    ///              for is the server's choice
+    /// @param parts names, NUL-terminated, only read during the call. If one does not fit into a
+    ///              request of 1023 bytes, neither it nor those after it are asked for. Without
+    ///              names the server chooses
     int get_partition_info(std::vector<const char*>& parts, std::ostream* os);
 
     std::shared_ptr<all_thermal_parser> all_th_parser;

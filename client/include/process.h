@@ -14,7 +14,7 @@
 class MONCL_API process_stat_parser {
 public:
     /// @param pid      process to watch
-    /// @param cpus_num the manager's CPU count, which its `ticks` are a multiple of
+    /// @param cpus_num the manager's CPU count, with which the `ticks` of its calls are multiplied
     process_stat_parser(int pid, int cpus_num);
 
     /// Decodes @p msg, which becomes the previous sample of the next call.
@@ -49,9 +49,9 @@ public:
     /// @return 1; 0 after an exception, which has been written to standard output and leaves all as
     ///         it was
     int parse_process_io(unsigned char* msg, unsigned int elapsed_ms);
-    /// The figures of @p text by key.
-    /// @throws std::invalid_argument, std::out_of_range "stol" on a value that is no number, too
-    /// large
+    /// The values of @p text, lines of "key: value", by key.
+    /// @throws std::invalid_argument "stol" for a value that is not a number, std::out_of_range
+    ///         "stol" for one that is too large
     std::unordered_map<std::string, long> parse_process_io_file(const std::string& text);
     /// Sets the rates from @p cur and the previous sample; without one, or within the first second
     /// after it, they stay.

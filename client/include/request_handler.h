@@ -51,7 +51,8 @@ public:
         return run_standard_cycle(sub_command, parser, out);
     }
 
-    /// `get_req_info` for a caller that holds `req_lock`, to do more under it than the cycle.
+    /// `get_req_info` for a caller that holds `req_lock` already, because it does more under the
+    /// lock than one cycle.
     template<class T>
     int run_cycle(int sub_command, std::uint8_t* msg, int len, T parser, std::ostream* out) {
         int r = exchange(sub_command, msg, len);
@@ -91,7 +92,7 @@ public:
     /// @return @p code
     int log_failure(const char* format, int code) const;
 
-    /// Receives the further parts of an answer into `joined_parts`, behind the first one;
+    /// Receives the further parts of an answer into `joined_parts`, after the first one;
     /// `req_lock` must be held. `joined_parts` is then 409600 bytes of payload, zero where none
     /// came, and a zero byte.
     /// @return 0, or the code of `client_comm::recv_more_msg`

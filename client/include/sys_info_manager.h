@@ -13,7 +13,7 @@ public:
     /// Connects to the server at @p ip : @p port.
     /// @throws const char* "SYSINFO connect to server failed"
     sysinfo_manager(const std::string& ip, int port);
-    /// Connects @p comm, for one that was set up beforehand, and keeps it.
+    /// Connects @p comm, which the caller may have set up, and keeps it.
     /// @throws const char* "SYSINFO connect to server failed"
     explicit sysinfo_manager(std::shared_ptr<client_comm> comm);
 

@@ -10,8 +10,8 @@
 #include <string>
 
 /// Asks for the state and the frame rates of the video pipeline. Queries may come from several
-/// threads, but one is several request cycles with the lock free between them: two of a kind at the
-/// same time mix their records.
+/// threads. A query is several request cycles, and the lock is free between them, so two queries of
+/// the same kind at the same time mix their records.
 ///
 /// A query empties what it fills, then asks for each part of it. Queries return 0 or the code of
 /// the first cycle that failed, after which nothing more is asked; what came before stays. An
@@ -20,7 +20,7 @@ class MONCL_API vio_info_manager : public ns_req_template::request_handler {
 public:
     /// Has no connection: give it one through `client` before the first query.
     vio_info_manager();
-    /// Uses @p comm, and connects it, again if it is connected.
+    /// Uses @p comm and connects it, even if it is connected already.
     /// @throws const char* "VIO connect to server failed"
     explicit vio_info_manager(std::shared_ptr<client_comm> comm);
     /// Connects to the server at @p ip : @p port.

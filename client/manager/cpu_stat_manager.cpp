@@ -59,7 +59,7 @@ int request_handler::handle_request(std::shared_ptr<process_stat_parser> parser)
     std::uint64_t elapsed = 0;
     if (parser->last_process_stat)
         elapsed = time_diff(parser->last_time, answer->time);
-    // In unsigned arithmetic: an interval that wrapped must not overflow.
+    // The product is unsigned because an interval that has wrapped would overflow a signed one.
     const auto cpus = static_cast<std::uint64_t>(static_cast<cpu_stat_manager*>(manager)->cpus_num);
     parser->parse_process_stat(answer->msg,
                                static_cast<unsigned int>(ms_to_ujiffies(cpus * elapsed)));

@@ -29,7 +29,7 @@ int request_handler::handle_request(std::shared_ptr<net_stat_parse> parser) {
     if (answer->sub_command != network_request::bandwidth)
         return 0;
     timeval& last_time = static_cast<net_stat_manager*>(manager)->last_time;
-    // A time stamp on the full second counts as none.
+    // A time stamp without microseconds is taken for none.
     unsigned long interval_ms = 0;
     if (last_time.tv_sec != 0 && last_time.tv_usec != 0)
         interval_ms = time_diff(last_time, answer->time);
@@ -73,8 +73,9 @@ int net_stat_manager::send_pid(int sub_command, int pid) {
     return get_req_info(sub_command, payload, sizeof payload, parser, nullptr);
 }
 
-// Which answers are decoded is up to the server, that to a start without `net_lock` included, so
-// `net_lock` alone does not keep a decode away.
+// The server sets the sub-command of its answers, so even the answer to a start, which does not
+// hold `net_lock`, may be decoded as one to a bandwidth query. Only `req_lock` keeps every decode
+// away.
 template<class Change>
 void net_stat_manager::with_registered(Change change) {
     std::lock_guard<std::mutex> lock(req_lock);
@@ -87,13 +88,13 @@ int net_stat_manager::start_net_monitor() {
 
 int net_stat_manager::add_net_monitor_process(int pid) {
     std::lock_guard<std::mutex> lock(net_lock);
-    with_registered([pid](net_stat_parse& figures) { figures.pid_result.try_emplace(pid); });
+    with_registered([pid](net_stat_parse& registered) { registered.pid_result.try_emplace(pid); });
     return send_pid(network_request::add_process, pid);
 }
 
 int net_stat_manager::remove_net_monitor_process(int pid) {
     std::lock_guard<std::mutex> lock(net_lock);
-    with_registered([pid](net_stat_parse& figures) { figures.pid_result.erase(pid); });
+    with_registered([pid](net_stat_parse& registered) { registered.pid_result.erase(pid); });
     return send_pid(network_request::remove_process, pid);
 }
 
@@ -105,12 +106,13 @@ int net_stat_manager::get_bandwidth_stat(std::ostream* os) {
 int net_stat_manager::exit_net_monitor() {
     std::lock_guard<std::mutex> lock(net_lock);
     std::vector<int> pids;
-    with_registered([&pids](net_stat_parse& figures) { pids = sorted_keys(figures.pid_result); });
+    with_registered(
+        [&pids](net_stat_parse& registered) { pids = sorted_keys(registered.pid_result); });
     for (int pid : pids)
         send_pid(network_request::remove_process, pid);
-    with_registered([](net_stat_parse& figures) {
-        figures.pid_result.clear();
-        figures.dev_result.clear();
+    with_registered([](net_stat_parse& registered) {
+        registered.pid_result.clear();
+        registered.dev_result.clear();
     });
     return get_sys_info(network_request::exit, parser, nullptr);
 }

@@ -13,7 +13,7 @@ using ns_req_template::request_handler;
 namespace {
 constexpr const char* connect_failure = "PERI connect to server failed";
 
-// "name: used" or the like for each entry, in one line.
+// Calls `show` for each entry, and writes commas between them.
 template<class Entries, class Show>
 void show_list(const Entries& entries, std::ostream& out, Show show) {
     bool first = true;

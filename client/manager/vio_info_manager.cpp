@@ -120,7 +120,7 @@ int request_handler::handle_request(std::shared_ptr<vio_info_parser>) {
     return 0;
 }
 
-// No query of this manager reports here: decoders print what there is to print.
+// No query of this manager has a report: its decoders print what they decoded.
 template<>
 void request_handler::show_result(std::shared_ptr<isp_parser>, std::ostream&) {}
 template<>
@@ -239,7 +239,7 @@ int vio_info_manager::sort_all_vio_fps(std::ostream* os) {
         const pipe_fps* pym = find_pipe(pym_fps, pipe);
         *os << "pipe" << std::left << std::setw(10) << pipe;
         for (auto column = columns.begin() + 1; column != columns.end(); ++column) {
-            // Columns of the ISP carry its name without the suffix, hence the substring.
+            // The column of an ISP is its name without the suffix, so the name only contains it.
             const pipe_fps* rates = nullptr;
             if (isp != nullptr && isp->ip_name.find(*column) != std::string::npos)
                 rates = isp;

@@ -68,8 +68,9 @@ void cpus_stats_parser::cal_cpu_usage(std::shared_ptr<cpu_stat> cur,
                                       std::shared_ptr<cpu_stat> prev) {
     cur->total_delta = total_time(*cur) - total_time(*prev);
     const auto total = static_cast<double>(cur->total_delta);
-    // Idle and I/O wait are subtracted before the conversion, the others after it: a counter that
-    // runs backwards is meant to stand out in the former and to read negative in the latter.
+    // Idle and I/O wait are subtracted as unsigned numbers, the others as floating-point ones. Of a
+    // counter that runs backwards the former give a huge share and the latter a negative one, and
+    // both are meant to.
     auto counted = [total](std::uint64_t now, std::uint64_t then) {
         return static_cast<double>(now - then) / total;
     };

@@ -42,8 +42,8 @@ inline unsigned first_byte(std::uint64_t word) {
 /// more may corrupt the bits of those after it; up to the first marked byte all bits are right.
 ///
 /// Adding 0x76 = 128 - 10 takes 0..9 to 118..127, below the top bit, and 10..127 to 128 and more.
-/// Above 127 the byte has its top bit already, hence the `or`. From 138 = 256 - 0x76 on the sum
-/// carries into the next byte.
+/// Above 127 the byte has its top bit already, so the `or` keeps it. From 138 = 256 - 0x76 on the
+/// sum carries into the next byte.
 inline std::uint64_t marked_others(std::uint64_t bytes) {
     return ((bytes + all_bytes(0x76)) | bytes) & all_bytes(0x80);
 }
@@ -57,11 +57,10 @@ inline std::uint64_t marked_others(std::uint64_t bytes) {
 ///     digits >> 8           02 03 04 05 06 07 08 00
 ///     digits * 10 + that    12 .. 34 .. 56 .. 78 ..    at most 99 a byte: nothing carries
 ///
-/// Two masks leave a pair in each half of a word: 12 below 56, and, after a shift by 16 bits, 34
-/// below
-/// 78. With the low pair L and the high one H, the word L + (H << 32) times a + (b << 32) has L * b
-/// + H * a in its upper half, for L * a stays in the lower one and H * b is shifted out. The sums
-/// of both products have 12 * 1000000 + 56 * 100 + 34 * 10000 + 78 there.
+/// Two masks leave a pair in each half of a word: 12 in the low half and 56 in the high one, and,
+/// after a shift by 16 bits, 34 and 78. Such a word is L + (H << 32). Multiplied by a + (b << 32),
+/// it has L * b + H * a in its upper half: L * a stays in the lower half, and H * b is shifted out.
+/// The upper half of the sum of both products is so 12 * 1000000 + 56 * 100 + 34 * 10000 + 78.
 inline std::uint32_t number_of(std::uint64_t digits) {
     constexpr std::uint64_t pair_of_each_half = 0x000000FF000000FF;
     constexpr std::uint64_t weights_12_56 = (std::uint64_t{1000000} << 32) + 100;
@@ -76,7 +75,7 @@ inline std::uint32_t number_of(std::uint64_t digits) {
 /// @param text  eight characters that may be read
 /// @param value receives it if there is any digit
 /// @return how many digits it has: 0, or 8 if all characters are digits and more may follow
-inline unsigned leading_number(const char* text, std::uint32_t& value) {
+inline unsigned first_digits(const char* text, std::uint32_t& value) {
     const std::uint64_t bytes = load(text) ^ all_bytes('0');
     const std::uint64_t others = marked_others(bytes);
     const unsigned digits = others == 0 ? 8 : first_byte(others);

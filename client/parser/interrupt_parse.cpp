@@ -89,7 +89,7 @@ public:
         add(std::string_view(start, static_cast<std::size_t>(end - start)), width);
     }
 
-    // The bulk of a table, so right-aligned counts are written where they are to stand.
+    // Counts are most of a table, so right-aligned ones are written straight to their place.
     void add_counts(const std::vector<std::uint64_t>& counts) {
         for (const std::uint64_t count : counts) {
             if (left_ || count > widest_count) {
@@ -169,7 +169,7 @@ int interrupt_parser::take_table(std::string_view text) {
         while (lines.next_line(line)) {
             const bool inter_processor = line.substr(0, 3) == "IPI";
             if (inter_processor || is_numbered(line)) {
-                // A header alone could otherwise ask for any amount of memory a line.
+                // Without a limit a header alone could make every line take any amount of memory.
                 counts += cpus;
                 if (counts > table_max)
                     throw std::length_error("too many counts");

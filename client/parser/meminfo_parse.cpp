@@ -1,4 +1,4 @@
-// Memory figures.
+// The memory of the machine.
 #include "meminfo.h"
 
 #include "text_number.h"
@@ -7,8 +7,8 @@
 #include <iostream>
 
 namespace {
-// The figures picked out of the text, before any are added up.
-struct memory_figures {
+// The sizes that are taken from the text, before some are added up.
+struct memory_sizes {
     std::uint64_t total = 0;
     std::uint64_t free = 0;
     std::uint64_t available = 0;
@@ -23,26 +23,26 @@ struct memory_figures {
 
 struct memory_key {
     std::string_view key;
-    std::uint64_t memory_figures::*value;
+    std::uint64_t memory_sizes::*value;
 };
 
 constexpr memory_key memory_keys[] = {
-    {"MemTotal", &memory_figures::total},
-    {"MemFree", &memory_figures::free},
-    {"MemAvailable", &memory_figures::available},
-    {"Buffers", &memory_figures::buffers},
-    {"Cached", &memory_figures::cached},
-    {"Slab", &memory_figures::slab},
-    {"Active(anon)", &memory_figures::active_anon},
-    {"Inactive(anon)", &memory_figures::inactive_anon},
-    {"Active(file)", &memory_figures::active_file},
-    {"Inactive(file)", &memory_figures::inactive_file},
+    {"MemTotal", &memory_sizes::total},
+    {"MemFree", &memory_sizes::free},
+    {"MemAvailable", &memory_sizes::available},
+    {"Buffers", &memory_sizes::buffers},
+    {"Cached", &memory_sizes::cached},
+    {"Slab", &memory_sizes::slab},
+    {"Active(anon)", &memory_sizes::active_anon},
+    {"Inactive(anon)", &memory_sizes::inactive_anon},
+    {"Active(file)", &memory_sizes::active_file},
+    {"Inactive(file)", &memory_sizes::inactive_file},
 };
 } // namespace
 
 int meminfo_parser::parse_meminfo(unsigned char* msg) {
     try {
-        memory_figures kb;
+        memory_sizes kb;
         for_each_figure(payload_text(msg), [&kb](std::string_view key, long value) {
             for (const memory_key& known : memory_keys)
                 if (known.key == key)
@@ -64,7 +64,7 @@ int meminfo_parser::parse_meminfo(unsigned char* msg) {
 }
 
 void meminfo_parser::parseMeminfo(const std::string& msg,
-                                  std::unordered_map<std::string, long>& figures) {
+                                  std::unordered_map<std::string, long>& values) {
     for_each_figure(msg,
-                    [&](std::string_view key, long value) { figures[std::string(key)] = value; });
+                    [&](std::string_view key, long value) { values[std::string(key)] = value; });
 }

@@ -12,11 +12,11 @@ constexpr std::size_t name_size = sizeof(net_stat::dev_name);
 constexpr std::size_t device_size = name_size + 8;
 constexpr std::size_t count_size = 4;
 
-// As many devices as fit leave room for the count of processes, and for none of them.
+// With the most devices, only the process count still fits.
 constexpr std::size_t devices_max = (answer_payload_max - count_size) / device_size;
 static_assert(count_size + devices_max * device_size + count_size == answer_payload_max);
 
-// The count at `offset`, cut to the records of `size` bytes that fit behind it.
+// Reads the count at `offset`, and cuts it to as many records of `size` bytes as fit after it.
 std::size_t read_count(const unsigned char* msg, std::size_t offset, std::size_t size) {
     const auto count = static_cast<std::int32_t>(u8_to_u32(msg + offset));
     const std::size_t fits = (answer_payload_max - offset - count_size) / size;

@@ -16,8 +16,8 @@ int nnu_ratio_parser::parse_nnu_msg(const std::string& msg) {
     try {
         std::istringstream lines(msg);
         for (std::string line; std::getline(lines, line);) {
-            // One short number: the standard's own reading of floats is what is wanted, but not a
-            // front end's locale.
+            // A stream reads the number as it should be read, once it has the classic locale: that
+            // of the front end may have a decimal comma.
             std::istringstream number(line);
             number.imbue(std::locale::classic());
             number >> nnu_rat;

@@ -9,7 +9,7 @@
 #include <iostream>
 
 namespace {
-// The records behind a payload's count byte, as many of them as it can hold.
+// How many records follow the count byte of a payload: at most as many as it can hold.
 template<class Record>
 std::size_t record_count(const unsigned char* payload) {
     constexpr std::size_t most = (answer_payload_max - 1) / sizeof(Record);
@@ -28,7 +28,7 @@ void read_list(const unsigned char* payload, std::vector<Record>& list) {
     copy_records(payload, list.size(), list.data());
 }
 
-// The last line's number wins.
+// Reads the number of each line into `value`, which so ends as the last one.
 int read_last_number(std::string_view text, std::uint64_t& value, const char* failure) {
     try {
         text_reader lines(text);

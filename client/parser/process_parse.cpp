@@ -128,10 +128,10 @@ int process_io_parser::parse_process_io(unsigned char* msg, unsigned int elapsed
 
 std::unordered_map<std::string, long>
 process_io_parser::parse_process_io_file(const std::string& text) {
-    std::unordered_map<std::string, long> figures;
+    std::unordered_map<std::string, long> values;
     for_each_figure(text,
-                    [&](std::string_view key, long value) { figures[std::string(key)] = value; });
-    return figures;
+                    [&](std::string_view key, long value) { values[std::string(key)] = value; });
+    return values;
 }
 
 void process_io_parser::cal_process_io_usage(process_io* cur, unsigned int elapsed_ms) {

@@ -7,8 +7,8 @@
 #include <exception>
 
 namespace {
-// Runs `decode` on every line of the text; an exception is logged with `failure` and answered
-// false.
+// Runs `decode` on every line of the text. Returns false after an exception, which is logged with
+// `failure`.
 template<class Decode>
 bool decode_lines(const std::string& text, const char* failure, Decode decode) {
     try {
@@ -45,7 +45,7 @@ int cpu_possible_parser::parse_cpu_possible_msg(const std::string& text) {
             fields.character(skipped);
             fields.character(skipped);
             fields.number(cpu_num);
-            // A last CPU of INT_MAX would be one CPU too many to count.
+            // The sum is unsigned because that of INT_MAX and 1 would overflow.
             cpu_num = static_cast<int>(static_cast<unsigned>(cpu_num) + 1);
         });
     return done ? 0 : -1;

@@ -6,9 +6,9 @@
 
 #include <stdexcept>
 
-/// The decimal number that @p text starts with, blanks before and anything behind it allowed.
+/// The decimal number that @p text starts with. Blanks may come before it and anything after it.
 /// @param function name of the standard function, which is the exception's text
-/// @throws std::invalid_argument without a number, std::out_of_range with one too large
+/// @throws std::invalid_argument if there is no number, std::out_of_range if it is too large
 template<class Int>
 Int leading_number(std::string_view text, const char* function) {
     Int value = 0;
@@ -19,9 +19,10 @@ Int leading_number(std::string_view text, const char* function) {
     throw std::out_of_range(function);
 }
 
-/// Calls @p take(key, value) for each line of @p text: the key is all before the first colon, the
-/// value the number behind it.
-/// @throws std::invalid_argument, std::out_of_range "stol" on a line whose value is none, too large
+/// Calls @p take(key, value) for each line of @p text. The key is all before the first colon, the
+/// value is the number after it.
+/// @throws std::invalid_argument "stol" for a line without a number, std::out_of_range "stol" for
+///         a number that is too large
 template<class Take>
 void for_each_figure(std::string_view text, Take take) {
     text_reader lines(text);

@@ -23,8 +23,8 @@
 #include <string_view>
 #include <type_traits>
 
-/// The text of a payload up to its first NUL, or its first @p most bytes. It is not copied: valid
-/// as long as the payload is.
+/// The text of a payload: up to its first NUL, and at most @p most bytes. It is a view of the
+/// payload, and valid as long as that is.
 /// @throws std::logic_error for a null pointer, as std::string does
 inline std::string_view payload_text(const unsigned char* payload,
                                      std::size_t most = std::string_view::npos) {
@@ -54,8 +54,8 @@ public:
     explicit operator bool() const { return (state_ & failed) == 0; }
 
     /// The rest of the text up to @p terminator, which is taken but not part of @p line. As
-    /// std::getline does, fails at the end of the text and empties @p line if that is only noticed
-    /// now.
+    /// std::getline does, fails at the end of the text; @p line is then emptied, unless a read
+    /// before had met the end.
     bool next_line(std::string_view& line, char terminator = '\n') {
         if (!ready())
             return false;
@@ -164,16 +164,16 @@ public:
     }
 
 private:
-    // Like a stream, remembers having met the end apart from having failed.
+    // A stream keeps apart that it has met the end and that a read has failed, and so does this.
     enum : unsigned char { ended = 1, failed = 2 };
 
     static bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
     static unsigned digit(char c) { return static_cast<unsigned>(c) - '0'; }
 
-    // `eight_digits::leading_number`; 0 as well where too little may be read. The bytes after a
-    // line are no digit, so they end its last number.
+    // `eight_digits::first_digits`; 0 as well where too little may be read. The terminator of a
+    // line is no digit, so it ends the line's last number.
     unsigned leading_digits(const char* at, std::uint32_t& value) const {
-        return readable_ - at <= 8 ? 0 : eight_digits::leading_number(at, value);
+        return readable_ - at <= 8 ? 0 : eight_digits::first_digits(at, value);
     }
 
     template<class Int>
@@ -188,14 +188,14 @@ private:
     struct reading {
         Int value;
         bool good;
-        const char* behind;
+        const char* rest;
     };
 
-    // A number digit by digit, with its sign and its overflow. Takes no reader: one whose address
-    // is not needed can be kept in registers.
+    // Reads a number digit by digit, with its sign and its overflow. This is static because a
+    // reader whose address is passed on cannot stay in registers.
     template<class Int>
     __attribute__((noinline)) static reading<Int> any_number(const char* at, const char* end) {
-        // Arithmetic below int's size would be done in int anyway, with its sign.
+        // What is smaller than int would be promoted to it, and signed overflow is undefined.
         using unsigned_int =
             std::conditional_t<sizeof(Int) < sizeof(unsigned), unsigned, std::make_unsigned_t<Int>>;
         using limits = std::numeric_limits<Int>;
@@ -223,7 +223,7 @@ private:
     bool take_any_number(Int& value) {
         const reading<Int> read = any_number<Int>(at_, end_);
         value = read.value;
-        at_ = read.behind;
+        at_ = read.rest;
         note_end();
         return read.good || fail();
     }
@@ -244,7 +244,8 @@ private:
     void pass_blanks() {
         if (pass_one_blank())
             return;
-        // Columns are mostly blanks: as long as there are eight characters, eight at once.
+        // Columns are mostly blanks, so eight characters are looked at together while as many may
+        // be read.
         while (readable_ - at_ >= 8) {
             if (const std::uint64_t others = eight_digits::load(at_) ^ eight_digits::all_bytes(' ');
                 others != 0) {
@@ -258,7 +259,8 @@ private:
         while (at_ != end_ && is_blank(*at_))
             ++at_;
     }
-    // Returns whether a field follows. A guess that is mostly right costs less than counting.
+    // Skips a blank, if there is one, and returns whether a field follows. One blank is the most
+    // frequent case, and this costs less than the loop for any number of them.
     bool pass_one_blank() {
         if (at_ != end_ && *at_ == ' ')
             ++at_;
@@ -273,7 +275,7 @@ private:
 
     const char* at_;
     const char* end_;
-    const char* readable_; // end of the memory that may be read: at or behind end_
+    const char* readable_; // end of the memory that may be read: at or after end_
     unsigned char state_ = 0;
 };
 

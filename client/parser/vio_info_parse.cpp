@@ -7,7 +7,7 @@
 #include <iostream>
 
 namespace {
-// Runs a decoder of text; what it throws is written out behind `failure`.
+// Runs a decoder of text. What it throws is written to standard output, after `failure`.
 template<class Decode>
 bool decode(const char* failure, Decode read) {
     try {
@@ -63,13 +63,13 @@ text_reader following_line(text_reader& lines) {
     return text_reader(lines.next_line(line) ? line : std::string_view());
 }
 
-// The figure behind three words of a line.
+// Reads the number after three words of a line.
 void read_labelled_count(text_reader fields, std::uint64_t& count) {
     fields.skip_words(3);
     fields.number(count);
 }
 
-// The four lines of a pyramid instance, its header already taken.
+// Reads the four lines of a pyramid instance that follow its header.
 std::shared_ptr<pym_stat> read_pyramid(text_reader& lines) {
     auto stat = std::make_shared<pym_stat>();
     text_reader mode_line = following_line(lines);
@@ -85,7 +85,7 @@ std::shared_ptr<pym_stat> read_pyramid(text_reader& lines) {
     std::string_view label;
     if (!lines.next_line(label, ','))
         label = {};
-    // A label without anything two characters behind its colon ends the text.
+    // This throws, and so ends the decoding, where nothing follows the label's colon.
     std::string(label).substr(label.find(':') + 2);
     text_reader(label).number(stat->hw_drop_cnt);
     read_labelled_count(following_line(lines), stat->isp_drop_cnt);
@@ -161,7 +161,7 @@ bool isp_parser::parse_isp_info(unsigned char* msg) {
 
 bool isp_parser::parse_isp_info_msg(const std::string& msg) {
     return decode("parse_isp_info failed!", [&] {
-        // What the text says holds until it says otherwise: a use case takes all of it.
+        // A value holds until the text gives another one. A use case is recorded with all of them.
         isp_info latest;
         text_reader lines(msg);
         for (std::string_view line; lines.next_line(line);) {
