@@ -8,14 +8,14 @@
 // A file of a public key alone has the first of these. A file of those who may connect has a key at
 // the start of each line; the rest of the line is the name of whom it belongs to. In all of them
 // blank lines and lines that start with '#' are ignored; a key may start with '#' itself.
-#ifndef MONSRV_CURVE_KEY_FILE_H
-#define MONSRV_CURVE_KEY_FILE_H
+#ifndef MONCL_CURVE_KEY_FILE_H
+#define MONCL_CURVE_KEY_FILE_H
 
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace monsrv {
+namespace curve_keys {
 
 /// Keys as 40 characters of Z85.
 struct curve_key_pair {
@@ -52,6 +52,6 @@ std::string read_public_key(const std::string& path, std::string& key);
 /// @return as `read_key_pair`
 std::string read_allowed_keys(const std::string& path, std::vector<allowed_key>& keys);
 
-} // namespace monsrv
+} // namespace curve_keys
 
 #endif

@@ -10,7 +10,7 @@
 #include <unistd.h>
 #include <zmq.h>
 
-namespace monsrv {
+namespace curve_keys {
 
 namespace {
 constexpr std::size_t key_characters = 40;
@@ -159,4 +159,4 @@ std::string read_allowed_keys(const std::string& path, std::vector<allowed_key>&
     return read_and_parse(path, false, keys, parse_allowed_keys);
 }
 
-} // namespace monsrv
+} // namespace curve_keys
