@@ -1,10 +1,12 @@
 // The connection to the monitoring server.
 #include "client_comm.h"
 
+#include "handshake_watch.h"
 #include "platform_log.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -24,6 +26,47 @@ void log_zmq_error(const char* format) {
     log_error(format, zmq_strerror(errno));
 }
 
+template<class Value>
+bool set_option(void* socket, int option, const Value& value) {
+    return zmq_setsockopt(socket, option, &value, sizeof value) == 0;
+}
+
+// Sets one of the keys. libzmq would take a text of 31 characters for 32 bytes of a key.
+bool set_key(void* socket, int option, const std::string& key) {
+    constexpr std::size_t key_characters = 40;
+    if (key.size() != key_characters) {
+        errno = EINVAL;
+        return false;
+    }
+    return zmq_setsockopt(socket, option, key.c_str(), key.size() + 1) == 0;
+}
+
+bool set_keys(void* socket, const std::string& own, const std::string& server) {
+    char own_public[41]; // with its zero byte
+    return set_key(socket, ZMQ_CURVE_SECRETKEY, own) &&
+           zmq_curve_public(own_public, own.c_str()) == 0 &&
+           set_key(socket, ZMQ_CURVE_PUBLICKEY, own_public) &&
+           set_key(socket, ZMQ_CURVE_SERVERKEY, server);
+}
+
+// What is logged of a handshake that failed; null if it did not.
+const char* reason_of(handshake outcome) {
+    switch (outcome) {
+    case handshake::needs_encryption:
+        return "the server takes encrypted connections only";
+    case handshake::not_encrypted:
+        return "the server is not encrypted";
+    case handshake::key_refused:
+        return "the server refuses this key";
+    case handshake::broken_off:
+        return "the server broke it off: has it another key?";
+    case handshake::failed:
+        return "what the server sent is no handshake";
+    default:
+        return nullptr;
+    }
+}
+
 unsigned long in_us(const timeval& time) {
     return static_cast<unsigned long>(time.tv_sec) * 1000000 +
            static_cast<unsigned long>(time.tv_usec);
@@ -40,7 +83,8 @@ client_comm::frame client_comm::new_frame(std::size_t size) {
 
 client_comm::client_comm(std::string ip, int server_port)
     : send_data(new_frame(send_buffer_size)), recv_data(new_frame(answer_frame_size)),
-      ip_addr(std::move(ip)), port(server_port), timeout(1000) {}
+      ip_addr(std::move(ip)), port(server_port), timeout(1000),
+      watch(std::make_unique<handshake_watch>()) {}
 
 client_comm::~client_comm() {
     back_client_id();
@@ -50,9 +94,49 @@ void client_comm::allow_ipv6(bool on) {
     ipv6 = on;
 }
 
+void client_comm::encrypt(const std::string& secret_key, const std::string& server_key) {
+    encrypted = !secret_key.empty() || !server_key.empty();
+    own_key = secret_key;
+    server_public_key = server_key;
+}
+
+void client_comm::limit_message(std::int64_t bytes) {
+    message_max = bytes;
+}
+
+void client_comm::send_heartbeats(int interval_ms, int timeout_ms) {
+    heartbeat_interval = interval_ms;
+    heartbeat_timeout = timeout_ms;
+}
+
+void client_comm::watch_handshake(bool on) {
+    watches_handshake = on;
+}
+
+handshake client_comm::last_handshake() {
+    return watch->read();
+}
+
+void client_comm::wait_through_signals(bool on) {
+    outlasts_signals = on;
+}
+
+// Sets what was asked for, and nothing else.
+bool client_comm::set_options() {
+    return (!ipv6 || set_option(socket, ZMQ_IPV6, 1)) &&
+           (message_max == 0 || set_option(socket, ZMQ_MAXMSGSIZE, message_max)) &&
+           (heartbeat_interval == 0 ||
+            (set_option(socket, ZMQ_HEARTBEAT_IVL, heartbeat_interval) &&
+             set_option(socket, ZMQ_HEARTBEAT_TIMEOUT, heartbeat_timeout))) &&
+           (!encrypted || set_keys(socket, own_key, server_public_key)) &&
+           (!(encrypted || watches_handshake) || watch->start(context, socket, encrypted));
+}
+
 int client_comm::connect_to_server() {
     str_target = "tcp://" + ip_addr + ":" + std::to_string(port);
     refused = false;
+    watch->stop(); // of a socket that is left open
+    watch->outcome = handshake::unknown;
     socket = nullptr;
     context = zmq_ctx_new();
     if (context == nullptr) {
@@ -65,9 +149,11 @@ int client_comm::connect_to_server() {
         zmq_ctx_term(std::exchange(context, nullptr));
         return -2;
     }
-    if (ipv6) {
-        const int on = 1;
-        zmq_setsockopt(socket, ZMQ_IPV6, &on, sizeof on);
+    if (!set_options()) {
+        // Without its keys the connection would be a plain one.
+        log_zmq_error("zmq_setsockopt error, %s\n");
+        close_connect();
+        return -2;
     }
     if (zmq_connect(socket, str_target.c_str()) == -1) {
         log_zmq_error("zmq_connect error, %s\n");
@@ -144,6 +230,7 @@ int client_comm::send_msg_to_server(int command, int sub_command, const unsigned
     // A peer whose bytes made no sense is gone for good: a send that waits for one would never end.
     if (zmq_send(socket, send_data.get(), sizeof(data_struct) + len, ZMQ_DONTWAIT) == -1) {
         log_zmq_error("zmq_send error, %s\n");
+        log_handshake();
         return -2;
     }
     return 0;
@@ -177,18 +264,49 @@ bool client_comm::checksum_matches() const {
     return false;
 }
 
-int client_comm::recv_msg_from_server() {
+// @return more than 0 if there is an answer, 0 at the time-out, -1 if the poll failed
+int client_comm::wait_for_answer() {
+    using clock = std::chrono::steady_clock;
     // Without a socket the poll looks at the descriptor; -1 makes it wait for nothing.
     zmq_pollitem_t item{socket, -1, ZMQ_POLLIN, 0};
-    int r = zmq_poll(&item, 1, timeout);
-    if ((item.revents & ZMQ_POLLIN) == 0) {
-        if (r == -1) {
-            log_zmq_error("zmq_poll failed, %s\n");
-            return -2;
-        }
+    const auto end = clock::now() + std::chrono::milliseconds(timeout);
+    long left_ms = timeout;
+    for (;;) {
+        const int r = zmq_poll(&item, 1, left_ms);
+        if ((item.revents & ZMQ_POLLIN) != 0)
+            return 1;
+        if (r != -1 || errno != EINTR || !outlasts_signals)
+            return r == -1 ? -1 : 0;
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - clock::now());
+        left_ms = std::max<long>(left.count(), 0);
+    }
+}
+
+// Logs why no answer can come, if that is known. Nothing more is to be learned over this socket,
+// which has to be replaced.
+void client_comm::log_handshake() {
+    const char* reason = reason_of(watch->read());
+    watch->stop();
+    if (reason == nullptr)
+        return;
+    if (watch->status != 0)
+        log_error("handshake failed, %s, status %d\n", reason, watch->status);
+    else
+        log_error("handshake failed, %s\n", reason);
+}
+
+int client_comm::recv_msg_from_server() {
+    const int waited = wait_for_answer();
+    if (waited < 0) {
+        log_zmq_error("zmq_poll failed, %s\n");
+        return -2;
+    }
+    if (waited == 0) {
         log_error("zmq_poll timeout, please check connection with %s:%d\n", ip_addr.c_str(), port);
+        log_handshake();
         return -3;
     }
+    watch->note_answer();
     int n = receive_frame();
     if (n < 0)
         return n;
@@ -251,6 +369,7 @@ void client_comm::stop_at_last_part(bool on) {
 }
 
 int client_comm::close_connect() {
+    watch->stop();
     // A context without a socket is left by a call whose termination of it failed.
     const bool socket_is_closed = socket == nullptr && context != nullptr;
     if (!socket_is_closed && zmq_close(socket) == -1) {

@@ -5,9 +5,26 @@
 
 #include "common_func.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <string>
+
+class handshake_watch;
+
+/// What became of the handshake with the server, as far as it is watched. After any but `unknown`
+/// and `done` it takes other keys, or another server, and a new socket (`start_over`).
+enum class handshake {
+    unknown,          ///< not watched, or no ZeroMQ server has answered so far
+    done,             ///< the server is there; what is wrong is wrong elsewhere
+    needs_encryption, ///< the server takes encrypted connections only, and this one is plain
+    not_encrypted,    ///< the server takes plain connections only, and this one is encrypted
+    key_refused,      ///< the server does not let this connection's key in
+    /// The server broke it off each time and gave no reason. One with another key than the given
+    /// one does; one of the first two kinds sometimes does, too.
+    broken_off,
+    failed ///< what the server sent was no handshake
+};
 
 /// Owns both frame buffers, and the socket until `close_connect`. Not copyable.
 ///
@@ -35,10 +52,47 @@ public:
     /// name that has one (ZMQ_IPV6). Off at first: then no option is set on the socket.
     void allow_ipv6(bool on);
 
+    /// Encrypts the connection from the next `connect_to_server` on (ZMQ_CURVE): nobody on the way
+    /// reads or changes what is sent, only the server that holds the secret key to @p server_key
+    /// can answer, and the server knows this client by the public key to @p secret_key. The server
+    /// must be encrypted too. Off at first; two empty texts switch it off again. Watches the
+    /// handshake, as `watch_handshake` does.
+    /// @param secret_key this client's own, 40 characters of Z85; copied
+    /// @param server_key the server's public key, 40 characters of Z85; copied. With keys of any
+    ///                   other form `connect_to_server` ends in -2 and does not connect
+    void encrypt(const std::string& secret_key, const std::string& server_key);
+
+    /// Lets the next `connect_to_server` cut a server off that sends a message part of more than
+    /// @p bytes, before it is taken in (ZMQ_MAXMSGSIZE): the query then ends in -3. Encryption
+    /// adds 33 bytes to a part of 8240. The number of parts is not limited by this. 0 at first: no
+    /// limit.
+    void limit_message(std::int64_t bytes);
+
+    /// From the next `connect_to_server` on, asks the peer for a sign of life every @p interval_ms
+    /// and drops the connection if nothing comes for @p timeout_ms (ZMQ_HEARTBEAT_IVL,
+    /// ZMQ_HEARTBEAT_TIMEOUT): libzmq then connects anew by itself, so a server whose host lost its
+    /// power or its network is found again without `start_over`. A query is still over after 1000
+    /// ms. Servers with a libzmq older than 4.2 give no sign and are connected anew each time. Both
+    /// are 0 at first: no heartbeats.
+    void send_heartbeats(int interval_ms, int timeout_ms);
+
+    /// With @p on, watches the handshake of each socket from the next `connect_to_server` on, until
+    /// its first answer or time-out; see `last_handshake`. Costs one more socket until then. Off at
+    /// first, but always on with `encrypt`.
+    void watch_handshake(bool on);
+
+    /// What became of the handshake of the latest socket. A query that fails because of it has
+    /// logged it. Does not wait: ask after a query failed.
+    handshake last_handshake();
+
+    /// With @p on, a signal that is handled while an answer is waited for does not end the query:
+    /// the rest of the 1000 ms is waited for. Off at first: then the query ends in -2.
+    void wait_through_signals(bool on);
+
     /// Creates a context and a socket, connects, and asks for a client id if none is held. A second
     /// call makes a new socket and leaves the old one open.
-    /// @return 0; -1 no context; -2 no socket; -3 connect failed (nothing stays open); or the code
-    /// of
+    /// @return 0; -1 no context; -2 no socket, or keys that are none; -3 connect failed (nothing
+    /// stays open); or the code of
     ///         the handshake's send or receive
     int connect_to_server();
 
@@ -104,6 +158,9 @@ public:
     data_struct* get_send_data();
 
 private:
+    bool set_options();
+    int wait_for_answer();
+    void log_handshake();
     int req_client_id();
     std::uint8_t& held_id();
     int receive_frame();
@@ -129,6 +186,15 @@ private:
     bool ipv6 = false;
     int more_len = 0;
     bool refused = false;
+    bool encrypted = false;
+    std::string own_key;
+    std::string server_public_key;
+    std::int64_t message_max = 0;
+    int heartbeat_interval = 0;
+    int heartbeat_timeout = 0;
+    bool outlasts_signals = false;
+    bool watches_handshake = false;
+    std::unique_ptr<handshake_watch> watch;
 };
 
 #endif

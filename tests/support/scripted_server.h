@@ -63,8 +63,11 @@ public:
     using script =
         std::function<answer_packets(int command, int sub_command, const std::string& request)>;
 
-    scripted_server() {
+    /// @param prepare sets options of the socket before it listens
+    explicit scripted_server(const std::function<void(void* context, void* socket)>& prepare = {}) {
         client_comm::client_id = 0; // of an earlier server of this process
+        if (prepare)
+            prepare(context_, socket_);
         char bound[64];
         std::size_t size = sizeof bound;
         const int linger_ms = 0;
