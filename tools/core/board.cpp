@@ -1,12 +1,22 @@
 // Connecting to a server and asking it.
 #include "board.h"
 
+#include "encryption.h"
 #include "recovery.h"
 #include "request_numbers.h"
 
 #include <initializer_list>
 
 namespace tools {
+
+namespace {
+// An answer's packet has 8240 bytes; there is room for what encryption adds, and for servers that
+// send longer ones.
+constexpr std::int64_t largest_part = 16384;
+// A server that is asked more often than every 15 s is never cut off for want of heartbeats.
+constexpr int heartbeat_interval_ms = 5000;
+constexpr int heartbeat_timeout_ms = 15000;
+} // namespace
 
 system_queries::system_queries() {
     request_cmd = system_command;
@@ -33,6 +43,12 @@ board::board(endpoint at)
     connection->stop_at_last_part(true);
     connection->keep_own_id();
     connection->allow_ipv6(at_.is_ipv6());
+    connection->limit_message(largest_part);
+    connection->send_heartbeats(heartbeat_interval_ms, heartbeat_timeout_ms);
+    connection->wait_through_signals(true);
+    connection->watch_handshake(true);
+    if (at_.keys)
+        connection->encrypt(at_.keys->secret_key, at_.keys->server_key);
     for (ns_req_template::request_handler* each :
          std::initializer_list<ns_req_template::request_handler*>{&system, &cpus, &peripherals,
                                                                   &network, &nnu, &video})
@@ -55,6 +71,29 @@ bool board::connect() {
     if (!connected_)
         connected_ = start_over(*connection) == 0;
     return connected_;
+}
+
+std::string board::away_text() const {
+    const std::string server = at_.text();
+    switch (connection->last_handshake()) {
+    case handshake::needs_encryption:
+        return server + " takes encrypted connections only: name keys with --key and --server-key";
+    case handshake::not_encrypted:
+        return server + " is not encrypted: start monsrv with --curve-key there, or leave out "
+                        "--key and --server-key";
+    case handshake::key_refused:
+        return server + " refuses this key: add " + at_.keys->public_key + " (" +
+               at_.keys->key_file + ".pub) to the server's --allow file";
+    case handshake::broken_off:
+        return server + " breaks the handshake off: " +
+               (at_.keys ? "is " + at_.keys->server_key + " its key, and is it encrypted?"
+                         : "does it take encrypted connections only (--key and --server-key)?");
+    case handshake::failed:
+        return server + " is no server of this kind: does another program listen at that port?";
+    default:
+        return "no answer from " + server +
+               " within 1 s: is monsrv running there and is the port open?";
+    }
 }
 
 bool board::is_servers_own(int code) {

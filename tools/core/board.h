@@ -64,6 +64,8 @@ public:
     /// Whether the negative @p code of a query is the server's own answer. If it is not, the
     /// connection is of no use until the next `connect`.
     bool is_servers_own(int code);
+    /// Why the server does not answer, as far as that is known, and the remedy.
+    std::string away_text() const;
     /// Whether the server is taken to be there; asks nothing.
     bool is_connected() const { return connected_; }
 

@@ -9,7 +9,8 @@ namespace tools {
 std::string read_endpoint(const std::string& text, endpoint& at) {
     // Several colons without brackets are an IPv6 address without a port.
     if (text.find('[') == text.npos && std::count(text.begin(), text.end(), ':') > 1) {
-        at = {"[" + text + "]", endpoint::default_port};
+        at.host = "[" + text + "]";
+        at.port = endpoint::default_port;
         return {};
     }
     const std::size_t bracket = text.find(']');

@@ -31,8 +31,8 @@ server_source::server_source(endpoint at, std::string host, server_plan plan)
 server_source::~server_source() = default;
 
 std::string server_source::away_text() const {
-    return "no answer from " + server_.at().text() +
-           " within 1 s: is monsrv running there and is the port open?";
+    const std::lock_guard<std::mutex> guard(lock_);
+    return away_text_;
 }
 
 void server_source::cancel() {
@@ -105,6 +105,10 @@ void server_source::take(report& into) {
     for (opened& each : subjects_)
         if (is_due(each))
             ask_one(each, into);
+    if (into.away) {
+        const std::lock_guard<std::mutex> guard(lock_);
+        away_text_ = server_.away_text();
+    }
     ended_ =
         !into.answers.empty() && std::all_of(into.answers.begin(), into.answers.end(),
                                              [](const answer& each) { return each.figures.ended; });

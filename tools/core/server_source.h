@@ -72,10 +72,11 @@ private:
     bool based_ = false; // the report to compare with has been taken
     bool ended_ = false; // nothing is left to ask for
     long done_ = 0;
-    std::mutex lock_; // of the rest
+    mutable std::mutex lock_; // of the rest
     std::condition_variable wake_;
     bool cancelled_ = false;
-    double new_interval_ = 0;                                 // 0: none was set
+    std::string away_text_;   // of the latest report without an answer
+    double new_interval_ = 0; // 0: none was set
     std::optional<std::vector<const subject*>> new_subjects_; // nothing: none were set
     std::vector<const subject*> wanted_;                      // of `subjects_`
 };

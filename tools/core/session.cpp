@@ -81,6 +81,7 @@ struct session::running {
     std::set<std::string> said; // texts said, once each
     std::set<const subject*> failing;
     bool away = false;
+    std::string away_text; // said when it went away
     long reports = 0;
 };
 
@@ -171,8 +172,13 @@ std::vector<std::string> reasons(const answer& refused) {
 } // namespace
 
 void session::take(running& from, report& got) {
-    if (got.away && !from.away)
-        say(from, from.from->away_text());
+    if (got.away) {
+        const std::string text = from.from->away_text();
+        if (!from.away)
+            say(from, from.away_text = text);
+        else if (text != from.away_text)
+            say_once(from, text); // the cause is another one now
+    }
     if (!got.away && from.away)
         say(from, from.from->host() + " is back");
     from.away = got.away;

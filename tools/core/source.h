@@ -49,7 +49,8 @@ public:
     virtual void set_playing(bool /*on*/) {}
     /// Only these subjects are asked for from now on, at once for the first time. From any thread.
     virtual void set_subjects(const std::vector<const subject*>& /*wanted*/) {}
-    /// What a user is told when nobody answers: the cause and the remedy.
+    /// What a user is told when nobody answers: the cause and the remedy. Of the latest report that
+    /// was `away`. From any thread.
     virtual std::string away_text() const = 0;
 };
 

@@ -1,6 +1,7 @@
 // Reading the command line.
 #include "command_line.h"
 
+#include "encryption.h"
 #include "output.h"
 
 #include <CLI/CLI.hpp>
@@ -18,6 +19,8 @@ constexpr const char* synopsis =
 struct command_line_options {
     std::vector<std::string> words;
     std::vector<std::string> connect;
+    std::string key;
+    std::vector<std::string> server_keys;
     std::vector<std::string> cpus;
     std::vector<std::string> only;
     bool help = false;
@@ -109,19 +112,38 @@ void read_cpus(const std::vector<std::string>& lists, selection& chosen) {
     }
 }
 
+std::vector<std::string> words_of(const char* variable) {
+    const char* text = std::getenv(variable);
+    std::istringstream words(text == nullptr ? "" : text);
+    return {std::istream_iterator<std::string>(words), {}};
+}
+
 void read_servers(std::vector<std::string> given, invocation& into) {
-    const char* from_environment = std::getenv("MONCL_CONNECT");
     const bool asks_own_host = into.root != "/" || into.simulate_board || !into.from.empty();
-    if (given.empty() && from_environment != nullptr && !asks_own_host) {
-        std::istringstream words(from_environment);
-        given.assign(std::istream_iterator<std::string>(words), {});
-    }
+    if (given.empty() && !asks_own_host)
+        given = words_of("MONCL_CONNECT");
     for (const std::string& text : given) {
         endpoint at;
         if (const std::string fault = read_endpoint(text, at); !fault.empty())
             refuse("--connect " + text + ": " + fault);
         into.servers.push_back(at);
     }
+}
+
+void read_keys(const command_line_options& given, std::vector<endpoint>& servers) {
+    std::string key = given.key;
+    std::vector<std::string> server_keys = given.server_keys;
+    if (servers.empty() && (!key.empty() || !server_keys.empty()))
+        refuse("--key and --server-key are for servers: name one with --connect");
+    if (servers.empty())
+        return;
+    const char* own = std::getenv("MONCL_KEY");
+    if (key.empty() && own != nullptr)
+        key = own;
+    if (server_keys.empty())
+        server_keys = words_of("MONCL_SERVER_KEY");
+    if (const std::string wrong = give_keys(key, server_keys, servers); !wrong.empty())
+        refuse(wrong);
 }
 
 void read_given_time(const std::string& option, const std::string& text,
@@ -194,6 +216,14 @@ void add_source(CLI::App& app, command_line_options& options, invocation& into) 
                                    "defaults to MONCL_CONNECT. Without it a server is started "
                                    "inside the program");
     connect->allow_extra_args(false)->option_text("HOST[:PORT]");
+    app.add_option("--key", options.key,
+                   "Encrypt with the keys in FILE (moncl keygen FILE); defaults to MONCL_KEY")
+        ->option_text("FILE");
+    app.add_option("--server-key", options.server_keys,
+                   "Public key of the server, or a file of it; given once, or once for each "
+                   "--connect. Defaults to MONCL_SERVER_KEY")
+        ->allow_extra_args(false)
+        ->option_text("KEY|FILE");
     app.add_option("--root", into.root, "Folder the server inside reads in place of /")
         ->check(CLI::ExistingDirectory)
         ->excludes(connect)
@@ -326,6 +356,7 @@ invocation read_command_line(std::vector<std::string> arguments, std::ostream& o
         read_words(options.words, result);
         read_cpus(options.cpus, result.chosen);
         read_servers(options.connect, result);
+        read_keys(options, result.servers);
         result.summary = result.subjects.empty() && result.does == nullptr;
         if (result.summary)
             for (const subject* each : all_subjects())

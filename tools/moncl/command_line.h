@@ -47,14 +47,15 @@ struct invocation {
     std::optional<given_time> since;
     std::optional<given_time> until;
 
-    std::vector<endpoint> servers; ///< empty: a server inside the program
+    std::vector<endpoint> servers; ///< with their keys; empty: a server inside the program
     std::string root = "/";        ///< what the server inside reads in place of /
     bool simulate_board = false;   ///< the server inside answers for hardware the host lacks
     std::uint32_t seed = 1;        ///< of the simulated board
     bool verbose = false;          ///< show the library's log
 };
 
-/// Reads the command line and MONCL_CONNECT. Help goes to @p out, complaints to @p err.
+/// Reads the command line, MONCL_CONNECT, and MONCL_KEY and MONCL_SERVER_KEY with their files. Help
+/// goes to @p out, complaints to @p err.
 /// @param arguments without the program's name
 invocation read_command_line(std::vector<std::string> arguments, std::ostream& out,
                              std::ostream& err);
