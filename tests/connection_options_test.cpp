@@ -1,6 +1,6 @@
 // What a connection can be told before it connects: encryption, limits, heartbeats, signals. The
 // servers are libzmq's own sockets on loopback.
-#include "key_checker.h"
+#include "encrypted_server.h"
 #include "manager_support.h"
 
 #include <chrono>
@@ -11,17 +11,8 @@
 #include <sys/time.h>
 
 namespace {
-const made_keys server_keys;
 const made_keys client_keys;
 const made_keys other_keys;
-
-// A server that takes encrypted connections of the client's key alone.
-struct encrypted_server {
-    key_checker checker;
-    scripted_server server{[this](void* context, void* socket) {
-        checker.protect(context, socket, server_keys, client_keys.public_key);
-    }};
-};
 
 // A connection that is never used for an id, so that the id costs no time-out.
 struct connection_to : client_comm {
@@ -90,11 +81,11 @@ private:
 } // namespace
 
 TEST(connection_options_test, know_why_no_handshake_succeeds) {
-    encrypted_server encrypted;
+    encrypted_server encrypted(client_keys.public_key);
     scripted_server plain;
     const int nobody = 1;
     const std::string own = client_keys.secret;
-    const std::string theirs = server_keys.public_key;
+    const std::string theirs = encrypted.keys.public_key;
     // Name, port, own secret key and server's key, status of the allowed key, outcome, result.
     const std::tuple<const char*, int, std::string, std::string, const char*, handshake, int>
         cases[] = {
@@ -125,11 +116,11 @@ TEST(connection_options_test, know_why_no_handshake_succeeds) {
 }
 
 TEST(connection_options_test, a_refused_client_gets_in_over_a_new_socket) {
-    encrypted_server encrypted;
+    encrypted_server encrypted(client_keys.public_key);
     log_capture log;
     encrypted.checker.status = "400";
     connection_to connection(encrypted.server.port());
-    connection.encrypt(client_keys.secret, server_keys.public_key);
+    connection.encrypt(client_keys.secret, encrypted.keys.public_key);
     EXPECT_EQ(connection.ask_anew(handshake::key_refused), -3);
     EXPECT_NE(log.take().find("the server refuses this key, status 400\n"), std::string::npos);
     encrypted.checker.status = "200";
@@ -163,7 +154,7 @@ TEST(connection_options_test, never_connect_in_plain_where_keys_are_wrong) {
 }
 
 TEST(connection_options_test, limit_what_a_server_may_send) {
-    encrypted_server encrypted;
+    encrypted_server encrypted(client_keys.public_key);
     scripted_server plain;
     const std::string large = packet(1, std::string(8192, 'a')) + std::string(760, 'b');
     // Name, server, limit, answer, result.
@@ -176,7 +167,7 @@ TEST(connection_options_test, limit_what_a_server_may_send) {
     for (const auto& [name, server, limit, answer, result] : cases) {
         connection_to connection(server->port());
         if (server != &plain)
-            connection.encrypt(client_keys.secret, server_keys.public_key);
+            connection.encrypt(client_keys.secret, encrypted.keys.public_key);
         connection.limit_message(limit);
         ASSERT_EQ(connection.connect_to_server(), 0);
         server->next({answer});

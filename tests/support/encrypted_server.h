@@ -1,6 +1,8 @@
-// Who may connect to an encrypted socket of a test.
-#ifndef MONCL_TESTS_KEY_CHECKER_H
-#define MONCL_TESTS_KEY_CHECKER_H
+// A server of the test that takes encrypted connections of one key alone.
+#ifndef MONCL_TESTS_ENCRYPTED_SERVER_H
+#define MONCL_TESTS_ENCRYPTED_SERVER_H
+
+#include "scripted_server.h"
 
 #include <atomic>
 #include <string>
@@ -72,6 +74,18 @@ private:
     }
 
     std::thread thread_;
+};
+
+/// Its own keys, and those of the client that it lets in.
+struct encrypted_server {
+    explicit encrypted_server(std::string allowed) : allowed_key(std::move(allowed)) {}
+
+    const made_keys keys;
+    const std::string allowed_key;
+    key_checker checker;
+    scripted_server server{[this](void* context, void* socket) {
+        checker.protect(context, socket, keys, allowed_key);
+    }};
 };
 
 #endif
