@@ -1,6 +1,7 @@
 // Whole queries without a report, against raw ZeroMQ ping-pong of the same bytes.
 //
-// Both run against the same echo thread: 52 bytes out, packets of 8240 bytes back.
+// Both run against the same echo thread: 52 bytes out, packets of 8240 bytes back. So does a query
+// over an encrypted connection.
 #include "cpu_stat_manager.h"
 #include "texts.h"
 
@@ -41,12 +42,25 @@ std::vector<std::string> packets(int sub_command, const std::string& text) {
     return all;
 }
 
+// A pair of keys, 40 characters of Z85 each.
+struct key_pair {
+    key_pair() { zmq_curve_keypair(open, secret); }
+    char open[41];
+    char secret[41];
+};
+
 // Answers every request with the same packets until it receives a single byte.
 class echo_server {
 public:
-    explicit echo_server(std::vector<std::string> answer)
-        : answer_(std::move(answer)), context_(zmq_ctx_new()),
+    /// @param keys of an encrypted server; null for a plain one
+    explicit echo_server(std::vector<std::string> answer, const key_pair* keys = nullptr)
+        : keys_(keys), answer_(std::move(answer)), context_(zmq_ctx_new()),
           socket_(zmq_socket(context_, ZMQ_REP)) {
+        const int on = 1;
+        if (keys != nullptr) {
+            zmq_setsockopt(socket_, ZMQ_CURVE_SERVER, &on, sizeof on);
+            zmq_setsockopt(socket_, ZMQ_CURVE_SECRETKEY, keys->secret, sizeof keys->secret);
+        }
         zmq_bind(socket_, "tcp://127.0.0.1:*");
         char bound[64];
         std::size_t size = sizeof bound;
@@ -57,6 +71,11 @@ public:
     ~echo_server() {
         void* context = zmq_ctx_new();
         void* socket = zmq_socket(context, ZMQ_REQ);
+        if (keys_ != nullptr) {
+            zmq_setsockopt(socket, ZMQ_CURVE_PUBLICKEY, keys_->open, sizeof keys_->open);
+            zmq_setsockopt(socket, ZMQ_CURVE_SECRETKEY, keys_->secret, sizeof keys_->secret);
+            zmq_setsockopt(socket, ZMQ_CURVE_SERVERKEY, keys_->open, sizeof keys_->open);
+        }
         zmq_connect(socket, endpoint.c_str());
         char byte = 0;
         zmq_send(socket, &byte, 1, 0);
@@ -82,6 +101,7 @@ private:
         zmq_send(socket_, "", 0, 0);
     }
 
+    const key_pair* keys_;
     std::vector<std::string> answer_;
     void* context_;
     void* socket_;
@@ -115,10 +135,13 @@ void raw_trip(benchmark::State& state, const std::vector<std::string>& answer) {
 }
 
 template<class Query>
-void library_query(benchmark::State& state, const std::vector<std::string>& answer, Query query) {
+void library_query(benchmark::State& state, const std::vector<std::string>& answer, Query query,
+                   const key_pair* keys = nullptr) {
     client_comm::client_id = 1; // the echo grants none
-    echo_server server(answer);
+    echo_server server(answer, keys);
     auto connection = std::make_shared<client_comm>("127.0.0.1", server.port());
+    if (keys != nullptr)
+        connection->encrypt(key_pair().secret, keys->open);
     connection->stop_at_last_part(true);
     {
         cpu_stat_manager manager(connection);
@@ -144,6 +167,12 @@ void cpu_query_ours(benchmark::State& state) {
     library_query(state, packets(1, cpu_table(9)),
                   [](cpu_stat_manager& manager) { return manager.get_cpu_usage(nullptr); });
 }
+void cpu_query_encrypted(benchmark::State& state) {
+    const key_pair keys;
+    library_query(
+        state, packets(1, cpu_table(9)),
+        [](cpu_stat_manager& manager) { return manager.get_cpu_usage(nullptr); }, &keys);
+}
 // The table that the output benchmarks' samples are of the size of.
 void cpu_query_100(benchmark::State& state) {
     library_query(state, packets(1, cpu_table(101)),
@@ -152,18 +181,28 @@ void cpu_query_100(benchmark::State& state) {
 void interrupt_query_raw(benchmark::State& state) {
     raw_trip(state, packets(9, interrupt_table(64, 300)));
 }
-void interrupt_query_ours(benchmark::State& state) {
+void interrupt_query(benchmark::State& state, const key_pair* keys) {
     discard nowhere;
     std::streambuf* before = std::cout.rdbuf(&nowhere);
-    library_query(state, packets(9, interrupt_table(64, 300)),
-                  [](cpu_stat_manager& manager) { return manager.get_interrupt(nullptr); });
+    library_query(
+        state, packets(9, interrupt_table(64, 300)),
+        [](cpu_stat_manager& manager) { return manager.get_interrupt(nullptr); }, keys);
     std::cout.rdbuf(before);
+}
+void interrupt_query_ours(benchmark::State& state) {
+    interrupt_query(state, nullptr);
+}
+void interrupt_query_encrypted(benchmark::State& state) {
+    const key_pair keys;
+    interrupt_query(state, &keys);
 }
 BENCHMARK(cpu_query_raw)->UseRealTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(cpu_query_ours)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(cpu_query_encrypted)->UseRealTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(cpu_query_100)->UseRealTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(interrupt_query_raw)->UseRealTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(interrupt_query_ours)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(interrupt_query_encrypted)->UseRealTime()->Unit(benchmark::kMicrosecond);
 } // namespace
 
 BENCHMARK_MAIN();

@@ -1,5 +1,6 @@
 // A long run: every query of every manager, over and over, against a server that is stopped, killed
-// and started again on the way. Prints what both sides hold and fails if that grows.
+// and started again on the way; half of the queries over encrypted connections to a server of their
+// own. Prints what both sides hold and fails if that grows.
 #include "cpu_stat_manager.h"
 #include "net_stat_manager.h"
 #include "nnu_ratio_manager.h"
@@ -22,6 +23,7 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <zmq.h>
 
 namespace {
 std::atomic<long> errors_logged{0};
@@ -35,10 +37,44 @@ extern "C" int __android_log_print(int priority, const char*, const char*, ...) 
 }
 
 namespace {
+/// Keys of an encrypted server and of its clients, and the server's files.
+class key_files {
+public:
+    key_files() {
+        zmq_curve_keypair(server_public, server_secret);
+        zmq_curve_keypair(client_public, client_secret);
+        if (mkdtemp(folder_.data()) == nullptr)
+            throw std::runtime_error(std::strerror(errno));
+        std::ofstream(pair()) << "public = \"" << server_public << "\"\nsecret = \""
+                              << server_secret << "\"\n";
+        std::filesystem::permissions(pair(), std::filesystem::perms::owner_read);
+        std::ofstream(allowed()) << client_public << " soak\n";
+    }
+    ~key_files() { std::filesystem::remove_all(folder_); }
+    key_files(const key_files&) = delete;
+    key_files& operator=(const key_files&) = delete;
+
+    std::string pair() const { return folder_ + "/server.key"; }
+    std::string allowed() const { return folder_ + "/allowed"; }
+
+    char server_public[41];
+    char client_secret[41];
+
+private:
+    char server_secret[41];
+    char client_public[41];
+    std::string folder_ = std::filesystem::temp_directory_path() / "moncl_soak_XXXXXX";
+};
+
 /// monsrv as a child process, at the same port each time it is started.
 class server_process {
 public:
-    explicit server_process(std::string path) : path_(std::move(path)) { start(); }
+    /// @param keys null: a plain server
+    server_process(std::string path, const key_files* keys) : path_(std::move(path)) {
+        if (keys != nullptr)
+            options_ = {"--curve-key", keys->pair(), "--allow", keys->allowed()};
+        start();
+    }
     ~server_process() { stop(); }
     server_process(const server_process&) = delete;
     server_process& operator=(const server_process&) = delete;
@@ -46,14 +82,20 @@ public:
     /// @throws std::runtime_error if it does not say where it listens
     void start() {
         int said[2];
-        const std::string port = std::to_string(port_);
+        std::vector<std::string> words = {"monsrv", "--simulate-board", "--port",
+                                          std::to_string(port_)};
+        words.insert(words.end(), options_.begin(), options_.end());
+        std::vector<char*> arguments;
+        for (std::string& word : words)
+            arguments.push_back(word.data());
+        arguments.push_back(nullptr);
         if (pipe(said) != 0 || (pid_ = fork()) == -1)
             throw std::runtime_error(std::strerror(errno));
         if (pid_ == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             dup2(said[1], STDOUT_FILENO);
             closefrom(STDERR_FILENO + 1);
-            execl(path_.c_str(), "monsrv", "--simulate-board", "--port", port.c_str(), nullptr);
+            execv(path_.c_str(), arguments.data());
             _exit(127);
         }
         close(said[1]);
@@ -74,6 +116,7 @@ public:
 
 private:
     std::string path_;
+    std::vector<std::string> options_;
     pid_t pid_ = -1;
     int port_ = 0;
 };
@@ -110,10 +153,11 @@ struct holdings {
 /// The managers, a connection each, and all they can be asked.
 class front_end {
 public:
-    explicit front_end(int port)
-        : system_("127.0.0.1", port), cpus_(connect(port)), nnu_(connect(port)),
-          peri_(connect(port)), vio_(connect(port)), net_(connect(port)) {
-        system_.client->stop_at_last_part(true);
+    /// @param keys if not null, the connections are encrypted with these, and hold an id each: the
+    ///             process's id is another server's
+    front_end(int port, const key_files* keys)
+        : port_(port), keys_(keys), system_(connection()), cpus_(connection()), nnu_(connection()),
+          peri_(connection()), vio_(connection()), net_(connection()) {
         cpus_.add_stat_monitor_process(getpid());
         cpus_.add_io_monitor_process(getpid());
         const auto add = [this](const std::shared_ptr<client_comm>& connection, auto... asks) {
@@ -170,43 +214,34 @@ public:
         ask(*connection, query);
         return 1;
     }
-    /// Ids that the server has not granted to anybody: asks for them all and gives them back.
-    int free_ids() {
-        client_comm& connection = *system_.client;
-        std::vector<unsigned char> granted;
-        const unsigned char none[4] = {};
-        do {
-            if (connection.send_msg_to_server(client_id_command, client_id_request::ask, none,
-                                              sizeof none) < 0 ||
-                connection.recv_msg_from_server() < 0)
-                return -1;
-            granted.push_back(connection.get_recv_data()->msg[0]);
-        } while (granted.back() != 0);
-        granted.pop_back();
-        for (unsigned char id : granted)
-            if (connection.send_msg_to_server(client_id_command, client_id_request::give_back, &id,
-                                              1) < 0 ||
-                connection.recv_msg_from_server() < 0)
-                return -1;
-        return static_cast<int>(granted.size());
+    /// Ids that clients hold, as the server counts them; -1 if it does not say.
+    int held_ids() {
+        constexpr int server_command = 0xAE40; // about the server itself
+        constexpr int counts = 1;
+        client_comm& asked = *system_.client;
+        if (asked.send_msg_to_server(server_command, counts, nullptr, 0) < 0 ||
+            asked.recv_msg_from_server() < 0)
+            return -1;
+        const std::string text = reinterpret_cast<const char*>(asked.get_recv_data()->msg);
+        const std::string name = "held_ids ";
+        const std::size_t at = text.find(name);
+        return at == text.npos ? -1 : std::atoi(text.c_str() + at + name.size());
     }
     /// A client that comes and goes.
-    static bool visit(int port) {
-        const unsigned char own = std::exchange(client_comm::client_id, std::uint8_t{0});
-        const bool well = come_and_go(port);
-        client_comm::client_id = own;
-        return well;
+    bool visit() const {
+        const auto visitor = connection();
+        visitor->keep_own_id();
+        const bool connected =
+            visitor->connect_to_server() == 0 && visitor->get_recv_data()->msg[0] != 0;
+        return leave(*visitor) == 0 && connected;
     }
+    /// Ids that are held, if all is well.
+    int ids() const { return keys_ != nullptr ? 6 : 1; }
 
     long refused = 0;
     long unanswered = 0;
 
 private:
-    static bool come_and_go(int port) {
-        client_comm visitor("127.0.0.1", port);
-        const bool connected = visitor.connect_to_server() == 0 && client_comm::client_id != 0;
-        return leave(visitor) == 0 && connected;
-    }
     // Starts over if no answer comes.
     void ask(client_comm& connection, const std::function<int()>& query) {
         report_.str({});
@@ -220,12 +255,18 @@ private:
         ++unanswered;
         start_over(connection);
     }
-    static std::shared_ptr<client_comm> connect(int port) {
-        auto connection = std::make_shared<client_comm>("127.0.0.1", port);
-        connection->stop_at_last_part(true);
-        return connection;
+    std::shared_ptr<client_comm> connection() const {
+        auto made = std::make_shared<client_comm>("127.0.0.1", port_);
+        made->stop_at_last_part(true);
+        if (keys_ == nullptr)
+            return made;
+        made->encrypt(keys_->client_secret, keys_->server_public);
+        made->keep_own_id();
+        return made;
     }
 
+    int port_;
+    const key_files* keys_;
     std::ostringstream report_;
     std::vector<const char*> partitions_;
     sysinfo_manager system_;
@@ -238,17 +279,28 @@ private:
     std::size_t next_ = 0;
 };
 
+/// A server and who asks it.
+struct asked_server {
+    asked_server(const std::string& path, const key_files* keys)
+        : server(path, keys), asking(server.port(), keys) {}
+
+    server_process server;
+    front_end asking;
+    std::optional<holdings> start; // of this server process of several
+};
+
 /// The run and its table.
 class soak {
 public:
     soak(const std::string& server, std::ostream& out)
-        : server_(server), asking_(server_.port()), out_(out) {}
+        : plain_(server, nullptr), encrypted_(server, &keys_), out_(out) {}
 
     /// @return whether both sides held at the end what they did at the start
     bool run(long queries, int disturbances) {
-        out_
-            << "            client                        server\n"
-               "   queries  resident KB  descr.  threads  resident KB  descr.  threads  ids held\n";
+        out_ << "            client                        plain server                            "
+                "encrypted server\n"
+                "   queries  resident KB  descr.  threads  resident KB  descr.  threads  ids held  "
+                "resident KB  descr.  threads  ids held\n";
         const long stretch = queries / (disturbances + 1) + 1;
         while (asked_ < queries) {
             const long until = asked_ + stretch;
@@ -259,9 +311,12 @@ public:
             if (asked_ < queries)
                 disturb();
         }
-        out_ << asking_.refused << " queries refused by the server, " << asking_.unanswered
-             << " unanswered and started over; " << visits_ << " clients came and went; server "
-             << disturbances_ << " times killed or stopped; " << errors_logged << " errors logged\n"
+        for (const asked_server* each : {&plain_, &encrypted_})
+            out_ << (each == &plain_ ? "plain: " : "encrypted: ") << each->asking.refused
+                 << " queries refused by the server, " << each->asking.unanswered
+                 << " unanswered and started over\n";
+        out_ << visits_ << " clients came and went; each server " << disturbances_
+             << " times killed or stopped; " << errors_logged << " errors logged\n"
              << (well_ ? "Nothing grew.\n" : "Something GREW or was lost.\n");
         return well_;
     }
@@ -273,49 +328,60 @@ private:
 
     void ask_until(long count) {
         while (asked_ < count)
-            asked_ += asking_.ask_all();
+            asked_ += plain_.asking.ask_all() + encrypted_.asking.ask_all();
+    }
+
+    void show(const holdings& h) {
+        out_ << std::setw(13) << h.resident_kb << std::setw(8) << h.descriptors << std::setw(9)
+             << h.threads;
     }
 
     void take_stock() {
-        for (int i = 0; i < 100; ++i, ++visits_)
-            well_ = front_end::visit(server_.port()) && well_;
-        const int held = 255 - asking_.free_ids();
-        usleep(300000); // the server closes behind its visitors when it gets to it
+        int held[2] = {};
+        for (asked_server* each : {&plain_, &encrypted_}) {
+            for (int i = 0; i < 100; ++i, ++visits_)
+                well_ = each->asking.visit() && well_;
+            const int ids = each->asking.held_ids();
+            held[each == &encrypted_] = ids;
+            well_ = ids == each->asking.ids() && well_;
+        }
+        usleep(300000); // a server closes the connections of its visitors when it gets to it
         const holdings client(getpid());
-        const holdings server(server_.pid());
-        const auto show = [this](const holdings& h) {
-            out_ << std::setw(13) << h.resident_kb << std::setw(8) << h.descriptors << std::setw(9)
-                 << h.threads;
-        };
         out_ << std::setw(10) << asked_;
         show(client);
-        show(server);
-        out_ << std::setw(10) << held << std::endl;
-        well_ = !client.has_grown(client_start_, 0) &&
-                !server.has_grown(server_start_, reader_threads) && held == 1 && well_;
+        well_ = !client.has_grown(client_start_, 0) && well_;
+        for (asked_server* each : {&plain_, &encrypted_}) {
+            const holdings server(each->server.pid());
+            show(server);
+            out_ << std::setw(10) << held[each == &encrypted_];
+            well_ = !server.has_grown(each->start, reader_threads) && well_;
+        }
+        out_ << std::endl;
     }
 
-    // Kills or stops the server, asks it in vain, and has it back.
+    // Kills or stops the servers, asks them in vain, and has them back.
     void disturb() {
         const bool stop = ++disturbances_ % 3 == 0;
-        if (stop)
-            kill(server_.pid(), SIGSTOP);
-        else
-            server_.stop();
-        asked_ += asking_.ask_one();
-        if (stop) {
-            kill(server_.pid(), SIGCONT);
-            return;
+        for (asked_server* each : {&plain_, &encrypted_}) {
+            if (stop)
+                kill(each->server.pid(), SIGSTOP);
+            else
+                each->server.stop();
+            asked_ += each->asking.ask_one();
+            if (stop) {
+                kill(each->server.pid(), SIGCONT);
+                continue;
+            }
+            each->server.start();
+            each->start.reset();
         }
-        server_.start();
-        server_start_.reset();
     }
 
-    server_process server_;
-    front_end asking_;
+    key_files keys_;
+    asked_server plain_;
+    asked_server encrypted_;
     std::ostream& out_;
     std::optional<holdings> client_start_;
-    std::optional<holdings> server_start_; // of this one of several
     long asked_ = 0;
     long visits_ = 0;
     int disturbances_ = 0;
@@ -324,7 +390,7 @@ private:
 } // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app("Asks a server of its own over and over and tells what both sides hold.",
+    CLI::App app("Asks servers of its own over and over and shows what all sides hold.",
                  "moncl_soak");
     long queries = 1000000;
     int disturbances = 12;
