@@ -130,6 +130,27 @@ int all_processes::list(std::size_t limit, std::vector<std::int32_t>& pids) cons
     return 0;
 }
 
+void hide_addresses(std::string& line) {
+    // By position in the kernel's line: startcode to kstkeip, wchan, start_data to env_end.
+    const auto is_address = [](int field) {
+        return (field >= 26 && field <= 30) || field == 35 || (field >= 45 && field <= 51);
+    };
+    const std::size_t close = line.rfind(')');
+    if (close == line.npos)
+        return;
+    std::string hidden = line.substr(0, close + 1);
+    std::string_view rest = std::string_view(line).substr(close + 1);
+    constexpr std::string_view blanks = " \n";
+    for (int field = 3; !rest.empty(); ++field) {
+        const std::size_t start = std::min(rest.find_first_not_of(blanks), rest.size());
+        const std::size_t end = std::min(rest.find_first_of(blanks, start), rest.size());
+        hidden += rest.substr(0, start);
+        hidden += is_address(field) && start < end ? "0" : rest.substr(start, end - start);
+        rest.remove_prefix(end);
+    }
+    line = std::move(hidden);
+}
+
 bool parse_process_stat(std::string_view line, process_status& status) {
     const std::size_t open = line.find('(');
     const std::size_t close = line.rfind(')');

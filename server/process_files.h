@@ -51,6 +51,11 @@ private:
     descriptor folder_;
 };
 
+/// Writes 0 for each address in @p line, a text of `all_processes::read_stat`: the places of code,
+/// data, stack and arguments, of the next instruction and of where the process waits. They help to
+/// attack a process, and the kernel gives them to nobody else either.
+void hide_addresses(std::string& line);
+
 /// Some of a status line's fields.
 struct process_status {
     std::string_view comm; ///< without its parentheses; a part of the line

@@ -1,4 +1,4 @@
-// The status line of one process: /proc/PID/stat.
+// The status line of one process: /proc/PID/stat, without its addresses.
 #include "process_files.h"
 #include "sampler.h"
 
@@ -9,6 +9,7 @@ void install(sampler_table& table, const host& env) {
     table.on(cpu_command, cpu_request::process_status, [&env](const request& asked, reply& answer) {
         std::string text;
         const int error = all_processes(env).read_stat(asked.number(), text);
+        hide_addresses(text);
         answer.add_lines(text);
         return error;
     });
