@@ -94,6 +94,11 @@ struct answering {
     sharing shared = sharing::none;   ///< only where the thread is not the loop's
 };
 
+/// Makes a handler of the loop answer from its latest answer if that is 2 ms old at most, whoever
+/// asks. Not in a tree of files, which another program may have changed meanwhile. Only for
+/// requests without a payload that matters, and for one sub-command.
+handler shared_briefly(const host& env, handler answer);
+
 /// The handlers of one server, by command and sub-command.
 class sampler_table {
 public:

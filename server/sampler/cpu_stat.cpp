@@ -19,8 +19,9 @@ int sample(const host& env, reply& answer) {
 }
 
 void install(sampler_table& table, const host& env) {
-    table.on(cpu_command, cpu_request::usage,
-             [&env](const request&, reply& answer) { return sample(env, answer); });
+    table.on(
+        cpu_command, cpu_request::usage,
+        shared_briefly(env, [&env](const request&, reply& answer) { return sample(env, answer); }));
 }
 
 const sampler_registration registered(install);

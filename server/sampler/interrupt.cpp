@@ -42,8 +42,9 @@ private:
 
 void install(sampler_table& table, const host& env) {
     auto all = std::make_shared<interrupts>(env);
-    table.on(cpu_command, cpu_request::interrupts,
-             [all](const request&, reply& answer) { return all->sample(answer); });
+    table.on(
+        cpu_command, cpu_request::interrupts,
+        shared_briefly(env, [all](const request&, reply& answer) { return all->sample(answer); }));
 }
 
 const sampler_registration registered(install);

@@ -36,8 +36,9 @@ int sample(const host& env, reply& answer) {
 }
 
 void install(sampler_table& table, const host& env) {
-    table.on(peripheral_command, peripheral_request::memory,
-             [&env](const request&, reply& answer) { return sample(env, answer); });
+    table.on(
+        peripheral_command, peripheral_request::memory,
+        shared_briefly(env, [&env](const request&, reply& answer) { return sample(env, answer); }));
 }
 
 const sampler_registration registered(install);
