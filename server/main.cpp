@@ -1,9 +1,16 @@
 // monsrv, the monitoring server as a program.
 #include "monitor_server.h"
+#include "program/log_lines.h"
+#include "program/rights.h"
+#include "program/service_manager.h"
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <csignal>
+#include <fstream>
 #include <iostream>
+#include <system_error>
+#include <unistd.h>
 
 namespace {
 // Ends a server on SIGINT and SIGTERM, as long as it lives.
@@ -26,6 +33,34 @@ private:
     static void stop(int) { running->stop(); }
     static inline monsrv::monitor_server* running = nullptr;
 };
+
+// Ports below this one are root's.
+int first_free_port() {
+    int port = 1024;
+    std::ifstream("/proc/sys/net/ipv4/ip_unprivileged_port_start") >> port;
+    return port;
+}
+
+// Gives up rights, says so, and makes sure that there is still something to answer from.
+void become_unprivileged(const monsrv::rights_wanted& wanted, const std::string& root) {
+    if (const std::string said = monsrv::give_up_rights(wanted); !said.empty())
+        monsrv::log_line(monsrv::log_level::notice, said);
+    if (access(root.c_str(), R_OK | X_OK) == -1)
+        throw std::system_error(errno, std::generic_category(),
+                                "cannot read " + root + " any more (see --user)");
+}
+
+// Says that the server answers now, and lets the service manager watch its loop.
+void announce(monsrv::monitor_server& server, const monsrv::service_manager& manager,
+              const std::string& text) {
+    if (monsrv::logs_to_journal())
+        monsrv::log_line(monsrv::log_level::info, text);
+    else
+        std::cout << "monsrv: " << text << std::endl;
+    if (manager.alive_period().count() > 0)
+        server.call_every(manager.alive_period(), [&manager] { manager.alive(); });
+    manager.ready(text);
+}
 } // namespace
 
 int main(int argc, char** argv) {
@@ -42,6 +77,13 @@ int main(int argc, char** argv) {
     app.add_option("--root", options.root, "Folder to read in place of /")
         ->check(CLI::ExistingDirectory)
         ->capture_default_str();
+    monsrv::rights_wanted rights;
+    app.add_option("--user", rights.user,
+                   "User that a server started as root becomes (default: monsrv if there is such a "
+                   "user, else nobody)");
+    app.add_flag("--all-processes", rights.all_processes,
+                 "Answer what the kernel keeps from other users as well: I/O and sockets of all "
+                 "processes, performance counters. Needs to be started as root");
     auto* simulate = app.add_flag("--simulate-board", options.simulate_board,
                                   "Make up the figures of hardware that this host lacks");
     app.add_option("--seed", options.seed, "What the simulated figures follow from")
@@ -54,16 +96,20 @@ int main(int argc, char** argv) {
         return app.exit(e) == 0 ? 0 : 2;
     }
     try {
+        rights.low_port = port > 0 && port < first_free_port();
+        become_unprivileged(rights, options.root);
+        const monsrv::service_manager manager;
         monsrv::monitor_server server(options);
         port = server.bind(address, port);
         const signal_stop stopping(server);
         if (options.simulate_board)
-            std::cerr << "monsrv: " << monsrv::simulation_notice << std::endl;
-        std::cout << "monsrv: listening at " << monsrv::endpoint_text(address, std::to_string(port))
-                  << std::endl;
+            monsrv::log_line(monsrv::log_level::warning, std::string(monsrv::simulation_notice));
+        announce(server, manager,
+                 "listening at " + monsrv::endpoint_text(address, std::to_string(port)));
         server.run();
+        manager.stopping();
     } catch (const std::exception& e) {
-        std::cerr << "monsrv: " << e.what() << "\n";
+        monsrv::log_line(monsrv::log_level::error, e.what());
         return 1;
     }
     return 0;

@@ -121,12 +121,26 @@ server_counts monitor_server::counts() const {
     return {malformed_, dropped_requests_, dropped_answers_};
 }
 
+void monitor_server::call_every(std::chrono::milliseconds period, std::function<void()> call) {
+    call_period_ = period;
+    regular_call_ = std::move(call);
+}
+
+void monitor_server::call_if_due() {
+    const auto now = std::chrono::steady_clock::now();
+    if (!regular_call_ || now < next_call_)
+        return;
+    regular_call_();
+    next_call_ = now + call_period_ / 2;
+}
+
 void monitor_server::run() {
     zmq_pollitem_t items[] = {{sockets_->router, 0, ZMQ_POLLIN, 0},
                               {nullptr, sockets_->stop_event, ZMQ_POLLIN, 0},
                               {nullptr, slow_.event(), ZMQ_POLLIN, 0}};
     for (;;) {
-        if (zmq_poll(items, 3, -1) == -1) {
+        call_if_due();
+        if (zmq_poll(items, 3, call_period_.count()) == -1) {
             if (errno != EINTR)
                 fail(zmq_errno(), "monsrv");
             continue;

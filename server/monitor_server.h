@@ -14,8 +14,10 @@
 #include "slow_requests.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -65,10 +67,14 @@ public:
     /// Ends `run`, or keeps it from starting. Async-signal-safe.
     void stop();
     server_counts counts() const;
+    /// Lets `run` call @p call every @p period, at least 1 ms, and late by as much as a handler
+    /// takes in its loop. To be called before `run`.
+    void call_every(std::chrono::milliseconds period, std::function<void()> call);
 
 private:
     struct sockets;
 
+    void call_if_due();
     void take_request();
     void take(const std::string& peer, std::string frame);
     void answer(const std::string& peer, std::string frame);
@@ -85,6 +91,9 @@ private:
     std::atomic<std::uint64_t> malformed_{0};
     std::atomic<std::uint64_t> dropped_requests_{0};
     std::atomic<std::uint64_t> dropped_answers_{0};
+    std::function<void()> regular_call_; // may be empty
+    std::chrono::milliseconds call_period_{-1};
+    std::chrono::steady_clock::time_point next_call_{};
     std::unique_ptr<sockets> sockets_;
 };
 

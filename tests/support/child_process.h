@@ -91,12 +91,26 @@ private:
     pid_t pid_ = 0;
 };
 
+/// The options that let monsrv keep what the user of these tests may do.
+inline std::vector<std::string> own_rights() {
+    if (geteuid() == 0)
+        return {"--user", "root", "--all-processes"};
+    return {};
+}
+
 /// monsrv at a port, which stays its own when it is started again.
 struct server_process : child_process {
-    explicit server_process(int wanted = 0, const std::string& option = "--root=/")
-        : child_process({MONSRV_PROGRAM, option, "--port", std::to_string(wanted)}) {
+    explicit server_process(int wanted = 0, const std::string& option = "--root=/",
+                            const std::vector<std::string>& rights = own_rights())
+        : child_process(command(wanted, option, rights)) {
         read_until("\n");
         port = std::stoi(out.substr(out.rfind(':') + 1));
+    }
+    static std::vector<std::string> command(int wanted, const std::string& option,
+                                            const std::vector<std::string>& rights) {
+        std::vector<std::string> all{MONSRV_PROGRAM, option, "--port", std::to_string(wanted)};
+        all.insert(all.end(), rights.begin(), rights.end());
+        return all;
     }
     int port;
 };

@@ -26,9 +26,9 @@ int ask(board& server, sample& into) {
 }
 
 std::string explain(int code) {
-    return code == -EACCES || code == -EPERM
-               ? "the server may not read /sys/kernel/debug/ion: run monsrv as root"
-               : "";
+    return code == -EACCES || code == -EPERM ? "the server may not read /sys/kernel/debug/ion: run "
+                                               "monsrv as root with --user root"
+                                             : "";
 }
 
 const subject_registration registered([] {

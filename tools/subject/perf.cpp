@@ -64,7 +64,9 @@ std::string permission_text(const board& server) {
         std::ifstream("/proc/sys/kernel/perf_event_paranoid") >> level)
         setting = "perf_event_paranoid is " + std::to_string(level) + ", which";
     return "perf: the server may not count events of the whole machine: " + setting +
-           " must be 0 or less, or the server run as root or with CAP_PERFMON";
+           " must be 0 or less, or the server have CAP_PERFMON: moncl run as root, or monsrv as "
+           "root "
+           "with --all-processes";
 }
 
 // Switches counting on where it is off: at first, and after the server was restarted.
