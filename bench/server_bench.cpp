@@ -1,10 +1,12 @@
 // How long an honest client waits for the server beside others.
 //
-// Usage: moncl_server_bench PORT MODE CLIENTS SECONDS
+// Usage: moncl_server_bench PORT MODE CLIENTS SECONDS [PAUSE_MS]
 //
 // One client asks for CPU usage every 2 ms and measures each answer; beside it CLIENTS others ask
-// as fast as they get answers, for what MODE says: cpu, top (busiest processes), thermal (zone 0),
-// irq, or bare (peers that send a message without a delimiter and go away). Prints milliseconds.
+// as fast as they get answers, or PAUSE_MS after each, for what MODE says: cpu, top (busiest
+// processes), thermal (zone 0), irq, or bare (peers that send a message without a delimiter and go
+// away). Prints milliseconds of the SECONDS after the first three pauses and a second, in which all
+// connect.
 #include "common_func.h"
 #include "mon_cpu.h"
 
@@ -76,15 +78,18 @@ bool receive(void* socket) {
 
 // Asks until @p stop, with @p pause between an answer and the next request.
 waits ask(void* context, const std::string& endpoint, const std::string& frame,
-          std::chrono::microseconds pause, const std::atomic<bool>& stop) {
+          std::chrono::microseconds pause, const std::atomic<bool>& measuring,
+          const std::atomic<bool>& stop) {
     void* socket = connect_to(context, ZMQ_REQ, endpoint);
     waits seen;
     while (!stop) {
         const auto start = clock_type::now();
         zmq_send(socket, frame.data(), frame.size(), 0);
+        const bool measured = measuring;
         if (receive(socket)) {
-            seen.ms.push_back(
-                std::chrono::duration<double, std::milli>(clock_type::now() - start).count());
+            if (measured)
+                seen.ms.push_back(
+                    std::chrono::duration<double, std::milli>(clock_type::now() - start).count());
         } else { // a REQ socket takes no other request now
             ++seen.unanswered;
             zmq_close(socket);
@@ -123,19 +128,23 @@ void print(const char* who, waits& seen) {
 
 int main(int argc, char** argv) {
     const auto* what =
-        argc != 5 ? std::end(modes)
-                  : std::find_if(std::begin(modes), std::end(modes), [argv](const asked_for& each) {
-                        return std::strcmp(each.mode, argv[2]) == 0;
-                    });
+        argc != 5 && argc != 6
+            ? std::end(modes)
+            : std::find_if(std::begin(modes), std::end(modes), [argv](const asked_for& each) {
+                  return std::strcmp(each.mode, argv[2]) == 0;
+              });
     if (what == std::end(modes)) {
-        std::fprintf(stderr, "usage: %s PORT cpu|top|thermal|irq|bare CLIENTS SECONDS\n", argv[0]);
+        std::fprintf(stderr, "usage: %s PORT cpu|top|thermal|irq|bare CLIENTS SECONDS [PAUSE_MS]\n",
+                     argv[0]);
         return 2;
     }
     const std::string endpoint = "tcp://127.0.0.1:" + std::string(argv[1]);
     const int clients = std::clamp(std::atoi(argv[3]), 0, 1000);
     const int seconds = std::clamp(std::atoi(argv[4]), 1, 600);
+    const std::chrono::milliseconds pause(argc == 6 ? std::clamp(std::atoi(argv[5]), 0, 10000) : 0);
     void* context = zmq_ctx_new();
     zmq_ctx_set(context, ZMQ_MAX_SOCKETS, 2100);
+    std::atomic<bool> measuring{false};
     std::atomic<bool> stop{false};
     std::vector<waits> seen(static_cast<std::size_t>(clients) + 1);
     std::vector<std::thread> threads;
@@ -146,11 +155,14 @@ int main(int argc, char** argv) {
                 send_bare(context, endpoint, frame, stop);
             else
                 seen[static_cast<std::size_t>(i)] =
-                    ask(context, endpoint, frame, std::chrono::microseconds(0), stop);
+                    ask(context, endpoint, frame, pause, measuring, stop);
         });
     threads.emplace_back([&] {
-        seen[0] = ask(context, endpoint, frame_of(modes[0], 1), std::chrono::milliseconds(2), stop);
+        seen[0] = ask(context, endpoint, frame_of(modes[0], 1), std::chrono::milliseconds(2),
+                      measuring, stop);
     });
+    std::this_thread::sleep_for(std::chrono::seconds(1) + 3 * pause);
+    measuring = true;
     std::this_thread::sleep_for(std::chrono::seconds(seconds));
     stop = true;
     for (std::thread& each : threads)
