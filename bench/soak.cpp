@@ -82,7 +82,8 @@ public:
     /// @throws std::runtime_error if it does not say where it listens
     void start() {
         int said[2];
-        std::vector<std::string> words = {"monsrv", "--simulate-board", "--port",
+        // Clients ask for I/O and sockets of this process.
+        std::vector<std::string> words = {"monsrv", "--simulate-board", "--all-processes", "--port",
                                           std::to_string(port_)};
         words.insert(words.end(), options_.begin(), options_.end());
         std::vector<char*> arguments;
