@@ -83,4 +83,11 @@ inline constexpr int bandwidth = 4;
 inline constexpr int exit = 5;
 } // namespace network_request
 
+/// Queries about the server itself, which `monsrv` answers.
+inline constexpr int server_command = 0xAE40;
+/// Sub-commands of `server_command`.
+namespace server_request {
+inline constexpr int counts = 1;
+} // namespace server_request
+
 #endif

@@ -9,28 +9,34 @@
 #include <csignal>
 #include <fstream>
 #include <iostream>
+#include <stdexcept>
 #include <system_error>
 #include <unistd.h>
 
 namespace {
-// Ends a server on SIGINT and SIGTERM, as long as it lives.
-class signal_stop {
+// Ends a server on SIGINT and SIGTERM, and lets it read its keys again on SIGHUP, as long as it
+// lives.
+class signal_handling {
 public:
-    explicit signal_stop(monsrv::monitor_server& server) {
+    signal_handling(monsrv::monitor_server& server, bool has_keys) {
         running = &server;
         std::signal(SIGINT, stop);
         std::signal(SIGTERM, stop);
+        if (has_keys)
+            std::signal(SIGHUP, read_keys_again);
     }
-    ~signal_stop() {
+    ~signal_handling() {
         std::signal(SIGINT, SIG_DFL);
         std::signal(SIGTERM, SIG_DFL);
+        std::signal(SIGHUP, SIG_DFL);
         running = nullptr;
     }
-    signal_stop(const signal_stop&) = delete;
-    signal_stop& operator=(const signal_stop&) = delete;
+    signal_handling(const signal_handling&) = delete;
+    signal_handling& operator=(const signal_handling&) = delete;
 
 private:
     static void stop(int) { running->stop(); }
+    static void read_keys_again(int) { running->read_keys_again(); }
     static inline monsrv::monitor_server* running = nullptr;
 };
 
@@ -61,6 +67,20 @@ void announce(monsrv::monitor_server& server, const monsrv::service_manager& man
         server.call_every(manager.alive_period(), [&manager] { manager.alive(); });
     manager.ready(text);
 }
+
+// Refuses an address that other hosts reach while everybody may ask there.
+// Returns what is given away if that is wanted.
+std::string check_openness(const monsrv::listen_address& where, const std::string& text,
+                           bool is_encrypted, bool is_wanted) {
+    if (where.is_loopback || is_encrypted)
+        return {};
+    const std::string given =
+        "without --curve-key everybody who reaches " + text +
+        " can read this host's processes, disks and network, and whoever is on the way reads along";
+    if (!is_wanted)
+        throw std::runtime_error(given + "; --insecure allows that");
+    return given;
+}
 } // namespace
 
 int main(int argc, char** argv) {
@@ -90,18 +110,46 @@ int main(int argc, char** argv) {
         ->needs(simulate)
         ->check(CLI::Range(0L, 4294967295L))
         ->capture_default_str();
+    std::string key_path;
+    monsrv::curve_options curve;
+    bool insecure = false;
+    auto* key_file = app.add_option("--curve-key", key_path,
+                                    "File with this server's pair of keys: encrypts connections")
+                         ->check(CLI::ExistingFile);
+    auto* allow_file =
+        app.add_option(
+               "--allow", curve.allow_file,
+               "File with the public keys of the clients that may connect; read again on SIGHUP")
+            ->needs(key_file);
+    key_file->needs(allow_file);
+    app.add_flag("--insecure", insecure, "Listen beyond this host without encryption");
+    app.add_option("--max-clients", options.max_clients, "Connections at once")
+        ->check(CLI::Range(1, 100000))
+        ->capture_default_str();
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? 0 : 2;
     }
     try {
+        if (!key_path.empty()) {
+            if (const std::string wrong = monsrv::read_key_pair(key_path, curve.keys);
+                !wrong.empty())
+                throw std::runtime_error(wrong);
+            options.curve = curve;
+        }
+        const monsrv::listen_address where = monsrv::find_listen_address(address, port);
+        const std::string given_away =
+            check_openness(where, address, options.curve.has_value(), insecure);
+        if (!given_away.empty())
+            monsrv::log_line(monsrv::log_level::warning, given_away);
+        monsrv::reserve_descriptors(options.max_clients);
         rights.low_port = port > 0 && port < first_free_port();
         become_unprivileged(rights, options.root);
         const monsrv::service_manager manager;
         monsrv::monitor_server server(options);
-        port = server.bind(address, port);
-        const signal_stop stopping(server);
+        port = server.bind(where, monsrv::endpoint_text(address, std::to_string(port)));
+        const signal_handling signals(server, options.curve.has_value());
         if (options.simulate_board)
             monsrv::log_line(monsrv::log_level::warning, std::string(monsrv::simulation_notice));
         announce(server, manager,

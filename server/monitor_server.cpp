@@ -1,12 +1,13 @@
 // The server's socket loop and the frames it takes and sends.
 #include "monitor_server.h"
 
+#include "zmq_failure.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
 #include <sys/eventfd.h>
-#include <system_error>
 #include <unistd.h>
 #include <zmq.h>
 
@@ -28,20 +29,13 @@ constexpr std::size_t waiting_max = 2;
 // may still count when it is sent. Each may be 412,000 bytes.
 constexpr int unread_max = 4;
 
-// ZeroMQ has error numbers of its own, which only its own function can name.
-class zmq_category final : public std::error_category {
-public:
-    const char* name() const noexcept override { return "zmq"; }
-    std::string message(int error) const override { return zmq_strerror(error); }
-    std::error_condition default_error_condition(int error) const noexcept override {
-        return std::generic_category().default_error_condition(error);
-    }
-};
-
-[[noreturn]] void fail(int error, const std::string& what) {
-    static const zmq_category category;
-    throw std::system_error(error, category, what);
-}
+// The kernel asks a silent peer's host after this many seconds, and gives it up after three more
+// questions.
+constexpr int keepalive_idle_s = 30;
+constexpr int keepalive_interval_s = 10;
+constexpr int keepalive_count = 3;
+// A peer whose host confirms nothing that was sent is cut off after this time.
+constexpr int unconfirmed_max_ms = 60000;
 
 bool is_well_formed(const data_struct& header, std::size_t frame_size) {
     return frame_size >= frame_header_size && header.msg_len >= 0 &&
@@ -52,19 +46,18 @@ bool is_well_formed(const data_struct& header, std::size_t frame_size) {
 } // namespace
 
 struct monitor_server::sockets {
-    sockets() {
-        if (context == nullptr || router == nullptr || stop_event == -1) {
+    explicit sockets(const server_options& options) {
+        if (context == nullptr || router == nullptr || wake_event == -1) {
             const int error = errno;
             close_all();
-            fail(error, "monsrv");
+            throw_zmq_error(error, "monsrv");
         }
-        const int linger_ms = 0;
-        const int tell_of_failures = 1; // instead of dropping an answer and saying nothing
-        zmq_setsockopt(router, ZMQ_LINGER, &linger_ms, sizeof linger_ms);
-        zmq_setsockopt(router, ZMQ_MAXMSGSIZE, &largest_message, sizeof largest_message);
-        zmq_setsockopt(router, ZMQ_RCVHWM, &received_max, sizeof received_max);
-        zmq_setsockopt(router, ZMQ_SNDHWM, &unread_max, sizeof unread_max);
-        zmq_setsockopt(router, ZMQ_ROUTER_MANDATORY, &tell_of_failures, sizeof tell_of_failures);
+        try {
+            set_options(options);
+        } catch (...) {
+            close_all();
+            throw;
+        }
     }
     ~sockets() { close_all(); }
     sockets(const sockets&) = delete;
@@ -72,16 +65,95 @@ struct monitor_server::sockets {
 
     void* context = zmq_ctx_new();
     void* router = context != nullptr ? zmq_socket(context, ZMQ_ROUTER) : nullptr;
-    int stop_event = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    int wake_event = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    std::unique_ptr<listener> listening;
+    std::unique_ptr<connections> peers;
+    std::unique_ptr<curve_access> access;
 
 private:
+    void set(int option, int value) { zmq_setsockopt(router, option, &value, sizeof value); }
+    void set_options(const server_options& options) {
+        const int heartbeat_ms = static_cast<int>(options.heartbeat_period.count());
+        zmq_setsockopt(router, ZMQ_MAXMSGSIZE, &largest_message, sizeof largest_message);
+        set(ZMQ_LINGER, 0);
+        set(ZMQ_RCVHWM, received_max);
+        set(ZMQ_SNDHWM, unread_max);
+        set(ZMQ_ROUTER_MANDATORY, 1); // otherwise answers are dropped without a word
+        set(ZMQ_HANDSHAKE_IVL, static_cast<int>(options.handshake_time.count()));
+        set(ZMQ_HEARTBEAT_IVL, heartbeat_ms);
+        set(ZMQ_HEARTBEAT_TIMEOUT, 2 * heartbeat_ms);
+        set(ZMQ_TCP_KEEPALIVE, 1);
+        set(ZMQ_TCP_KEEPALIVE_IDLE, keepalive_idle_s);
+        set(ZMQ_TCP_KEEPALIVE_INTVL, keepalive_interval_s);
+        set(ZMQ_TCP_KEEPALIVE_CNT, keepalive_count);
+        set(ZMQ_TCP_MAXRT, unconfirmed_max_ms);
+        peers = std::make_unique<connections>(context, router, options.max_clients);
+        if (!options.curve)
+            return;
+        access = std::make_unique<curve_access>(context, options.curve->allow_file);
+        curve_access::secure(router, options.curve->keys);
+    }
+    // The handler of keys goes after everything that could ask it, and ends with the context.
     void close_all() {
+        peers.reset();
         if (router != nullptr)
             zmq_close(router);
         if (context != nullptr)
+            zmq_ctx_shutdown(context);
+        access.reset();
+        if (context != nullptr)
             zmq_ctx_term(context);
-        if (stop_event != -1)
-            close(stop_event);
+        if (wake_event != -1)
+            close(wake_event);
+    }
+};
+
+// A message as it was received. Its parts are the peer's id, which the socket puts in front, an
+// empty delimiter and the frame.
+struct monitor_server::message {
+    std::string peer;
+    std::string frame;
+    std::string key; // of an encrypted client, which the handler of keys has let in
+    int fd = -1;     // of its connection, if that is known
+    bool delimited = false;
+    bool lost = false; // for want of memory
+    int parts = 0;
+
+    bool is_request() const { return delimited && parts >= 3 && parts <= parts_max; }
+    // Takes one part.
+    // Returns whether there was one and another belongs to the message.
+    bool receive_part(void* router) {
+        zmq_msg_t part;
+        zmq_msg_init(&part);
+        if (zmq_msg_recv(&part, router, ZMQ_DONTWAIT) == -1) {
+            zmq_msg_close(&part);
+            return false;
+        }
+        try {
+            take_part(part);
+        } catch (const std::bad_alloc&) {
+            lost = true; // the other parts are taken all the same
+        }
+        ++parts;
+        const bool more = zmq_msg_more(&part) != 0;
+        zmq_msg_close(&part);
+        return more;
+    }
+
+private:
+    void take_part(zmq_msg_t& part) {
+        const auto* bytes = static_cast<const char*>(zmq_msg_data(&part));
+        const std::size_t size = zmq_msg_size(&part);
+        if (parts == 0) {
+            peer.assign(bytes, size);
+        } else if (parts == 1) {
+            delimited = size == 0;
+            fd = zmq_msg_get(&part, ZMQ_SRCFD);
+            if (const char* user = zmq_msg_gets(&part, "User-Id"); user != nullptr)
+                key = user;
+        } else if (parts == 2) {
+            frame.assign(bytes, std::min(size, frame_max));
+        }
     }
 };
 
@@ -89,36 +161,46 @@ monitor_server::monitor_server(const server_options& options)
     : machine_(std::make_shared<sampled_machine>(
           host(options.root, options.simulate_board ? std::optional<simulated_board>(options.seed)
                                                     : std::nullopt))),
-      slow_(machine_), sockets_(std::make_unique<sockets>()) {}
+      slow_(machine_), sockets_(std::make_unique<sockets>(options)) {}
 
 monitor_server::~monitor_server() = default;
 
-std::string endpoint_text(const std::string& address, const std::string& port) {
-    const bool bare_ipv6 = address.find(':') != address.npos && address.front() != '[';
-    return (bare_ipv6 ? "[" + address + "]" : address) + ":" + port;
+int monitor_server::bind(const listen_address& where, const std::string& text) {
+    sockets_->listening = std::make_unique<listener>(where, text);
+    sockets_->listening->hand_over(sockets_->router);
+    return sockets_->listening->port();
 }
 
 int monitor_server::bind(const std::string& address, int port) {
-    const int ipv6 = address == "*" || address.find(':') != address.npos;
-    zmq_setsockopt(sockets_->router, ZMQ_IPV6, &ipv6, sizeof ipv6);
-    const std::string endpoint =
-        "tcp://" + endpoint_text(address, port == 0 ? "*" : std::to_string(port));
-    if (zmq_bind(sockets_->router, endpoint.c_str()) == -1)
-        fail(zmq_errno(), "cannot listen at " + endpoint_text(address, std::to_string(port)));
-    char bound[256];
-    std::size_t size = sizeof bound;
-    if (zmq_getsockopt(sockets_->router, ZMQ_LAST_ENDPOINT, bound, &size) == -1)
-        fail(zmq_errno(), "cannot tell the port");
-    return std::stoi(std::strrchr(bound, ':') + 1);
+    return bind(find_listen_address(address, port), endpoint_text(address, std::to_string(port)));
+}
+
+void monitor_server::wake() {
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t n = write(sockets_->wake_event, &one, sizeof one);
 }
 
 void monitor_server::stop() {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t n = write(sockets_->stop_event, &one, sizeof one);
+    stopping_ = true;
+    wake();
+}
+
+void monitor_server::read_keys_again() {
+    reading_keys_ = true;
+    wake();
 }
 
 server_counts monitor_server::counts() const {
-    return {malformed_, dropped_requests_, dropped_answers_};
+    const std::uint64_t refused_keys = sockets_->access ? sockets_->access->refused() : 0;
+    return {requests_,
+            refused_,
+            slow_requests_,
+            malformed_,
+            dropped_requests_,
+            dropped_answers_,
+            refused_connections_ + refused_keys,
+            connections_,
+            held_ids_};
 }
 
 void monitor_server::call_every(std::chrono::milliseconds period, std::function<void()> call) {
@@ -136,60 +218,107 @@ void monitor_server::call_if_due() {
 
 void monitor_server::run() {
     zmq_pollitem_t items[] = {{sockets_->router, 0, ZMQ_POLLIN, 0},
-                              {nullptr, sockets_->stop_event, ZMQ_POLLIN, 0},
-                              {nullptr, slow_.event(), ZMQ_POLLIN, 0}};
-    for (;;) {
+                              {nullptr, sockets_->wake_event, ZMQ_POLLIN, 0},
+                              {nullptr, slow_.event(), ZMQ_POLLIN, 0},
+                              {sockets_->peers->events(), 0, ZMQ_POLLIN, 0}};
+    while (!stopping_) {
         call_if_due();
-        if (zmq_poll(items, 3, call_period_.count()) == -1) {
+        if (zmq_poll(items, 4, poll_timeout()) == -1) {
             if (errno != EINTR)
-                fail(zmq_errno(), "monsrv");
+                throw_zmq_error(zmq_errno(), "monsrv");
             continue;
         }
-        if (items[1].revents != 0)
-            break;
+        if (items[1].revents != 0) {
+            std::uint64_t count;
+            [[maybe_unused]] const ssize_t n = read(sockets_->wake_event, &count, sizeof count);
+        }
+        if (reading_keys_.exchange(false))
+            drop_refused_clients();
+        look_after_connections();
         if (items[2].revents != 0)
             send_slow_answers();
-        if (items[0].revents == 0)
-            continue;
-        try {
-            take_request();
-        } catch (const std::bad_alloc&) {
-            ++dropped_requests_;
-        }
+        // One message for each poll, in which ZeroMQ learns which answers clients have read.
+        if (items[0].revents != 0)
+            take_message();
     }
-    std::uint64_t count;
-    [[maybe_unused]] const ssize_t n = read(sockets_->stop_event, &count, sizeof count);
+    stopping_ = false;
 }
 
-// Receives one message with all its parts: the peer's id, which the socket puts in front, an empty
-// delimiter and the frame. What has another form has no answer that its sender would understand.
-void monitor_server::take_request() {
-    std::string peer;
-    std::string frame;
-    bool delimited = false;
-    int parts = 0;
-    for (bool more = true; more; ++parts) {
-        zmq_msg_t part;
-        zmq_msg_init(&part);
-        if (zmq_msg_recv(&part, sockets_->router, ZMQ_DONTWAIT) == -1) {
-            zmq_msg_close(&part);
-            return;
-        }
-        const auto* bytes = static_cast<const char*>(zmq_msg_data(&part));
-        const std::size_t size = zmq_msg_size(&part);
-        if (parts == 0)
-            peer.assign(bytes, size);
-        else if (parts == 1)
-            delimited = size == 0;
-        else if (parts == 2)
-            frame.assign(bytes, std::min(size, frame_max));
-        more = zmq_msg_more(&part) != 0;
-        zmq_msg_close(&part);
+// Until something is due that no event announces: 1 ms more, as what is due in less is not yet.
+int monitor_server::poll_timeout() const {
+    using namespace std::chrono;
+    auto due = std::min(sockets_->peers->due(), ids_.due());
+    if (regular_call_)
+        due = std::min(due, next_call_);
+    if (due == steady_clock::time_point::max())
+        return -1;
+    const auto wait = duration_cast<milliseconds>(due - steady_clock::now()) + 1ms;
+    return static_cast<int>(std::max(wait, 0ms).count());
+}
+
+void monitor_server::look_after_connections() {
+    sockets_->peers->update(*sockets_->listening,
+                            [this](const std::string& peer) { peer_gone(peer); });
+    for (const std::uint8_t id : ids_.take_forgotten())
+        forget(id);
+    connections_ = sockets_->peers->open();
+    refused_connections_ = sockets_->peers->refused();
+    held_ids_ = ids_.held();
+}
+
+void monitor_server::peer_gone(const std::string& peer) {
+    ids_.gone(peer);
+    keys_.erase(peer);
+}
+
+// Reads the list of keys again. Clients that are not in it any more may not connect, and lose the
+// connection that they have.
+void monitor_server::drop_refused_clients() {
+    if (!sockets_->access || !sockets_->access->read_again())
+        return;
+    for (const auto& [peer, key] : keys_)
+        if (!sockets_->access->allows(key.c_str()))
+            sockets_->peers->cut_off(peer);
+}
+
+// Receives one message with all its parts. What is no request has no answer that its sender would
+// understand.
+void monitor_server::take_message() {
+    message received;
+    while (received.receive_part(sockets_->router)) {
     }
-    if (!delimited || parts < 3 || parts > parts_max)
+    if (received.parts == 0)
+        return;
+    if (!received.is_request() && !received.lost) {
         ++malformed_;
-    else
-        take(peer, std::move(frame));
+        return;
+    }
+    try {
+        if (!received.lost && may_ask(received))
+            take(received.peer, std::move(received.frame));
+        else
+            ++dropped_requests_;
+    } catch (const std::bad_alloc&) {
+        ++dropped_requests_;
+    }
+}
+
+// What a client that has gone wanted is of no use to it, and nobody would take back what it got.
+bool monitor_server::may_ask(const message& received) {
+    origin from = sockets_->peers->seen(received.peer, received.fd);
+    if (from == origin::gone) { // unless it has only just come
+        look_after_connections();
+        from = sockets_->peers->seen(received.peer, received.fd);
+    }
+    if (from == origin::gone)
+        return false;
+    if (!sockets_->access)
+        return true;
+    if (!sockets_->access->allows(received.key.c_str()))
+        return false;
+    if (from == origin::open)
+        keys_.try_emplace(received.peer, received.key);
+    return true;
 }
 
 // A client's requests are answered in order: while a slow one is in progress, others wait.
@@ -207,21 +336,26 @@ void monitor_server::answer(const std::string& peer, std::string frame) {
     const data_struct header = header_of(frame);
     const auto* payload = reinterpret_cast<const unsigned char*>(frame.data()) + frame_header_size;
     reply answer;
+    ++requests_;
     if (!is_well_formed(header, frame.size()))
         return send(peer, header, -EBADMSG, answer);
     if (header.command == client_id_command)
-        return send(peer, header, answer_about_ids(header, payload, answer), answer);
-    ids_.seen(header.client_id);
+        return send(peer, header, answer_about_ids(peer, header, payload, answer), answer);
+    ids_.seen(header.client_id, peer);
+    if (header.command == server_command && header.sub_command == server_request::counts) {
+        look_after_connections();
+        const std::string text = text_of(counts());
+        answer.add(text.data(), text.size());
+        return send(peer, header, 0, answer);
+    }
     const answering* found = machine_->samplers.find(header.command, header.sub_command);
     int result = -ENOSYS;
     if (found != nullptr && found->thread == loop_thread) {
-        result = run_handler(found->answer,
-                             {header.sub_command, header.client_id, payload,
-                              static_cast<std::size_t>(header.msg_len)},
-                             answer);
+        result = run_in_loop(peer, *found, header, payload, answer);
     } else if (found != nullptr) {
         result = slow_.add({found, peer, std::move(frame), 0, {}});
         if (result == 0) {
+            ++slow_requests_;
             busy_[peer];
             return;
         }
@@ -229,26 +363,55 @@ void monitor_server::answer(const std::string& peer, std::string frame) {
     send(peer, header, result, answer);
 }
 
-int monitor_server::answer_about_ids(const data_struct& header, const unsigned char* payload,
-                                     reply& answer) {
-    if (header.sub_command == client_id_request::ask) {
-        const std::uint8_t id = ids_.grant();
-        if (id != 0)
-            client_gone(id); // nothing of an earlier holder may show through
-        return answer.add_record(id) ? 0 : -EIO;
-    }
-    if (header.sub_command == client_id_request::give_back) {
-        if (header.msg_len < 1 || !ids_.give_back(payload[0]))
-            return -EINVAL;
-        client_gone(payload[0]);
-        return 0;
-    }
-    return -ENOSYS;
+// Counting is switched on and off for a client's id, which is a hint and no proof of who asks.
+int monitor_server::run_in_loop(const std::string& peer, const answering& found,
+                                const data_struct& header, const unsigned char* payload,
+                                reply& answer) {
+    const bool on = header.sub_command == cpu_request::enable_counters;
+    const bool switches = header.command == cpu_command &&
+                          (on || header.sub_command == cpu_request::disable_counters);
+    if (switches && !ids_.may_switch_counting(header.client_id, peer))
+        return -EACCES;
+    const int result = run_handler(
+        found.answer,
+        {header.sub_command, header.client_id, payload, static_cast<std::size_t>(header.msg_len)},
+        answer);
+    if (switches && result == 0)
+        ids_.counting_switched(header.client_id, peer, on);
+    return result;
 }
 
-void monitor_server::client_gone(std::uint8_t id) {
-    machine_->samplers.client_gone(id, loop_thread);
-    slow_.client_gone(id);
+int monitor_server::answer_about_ids(const std::string& peer, const data_struct& header,
+                                     const unsigned char* payload, reply& answer) {
+    if (header.sub_command == client_id_request::ask) {
+        const std::uint8_t held_before = ids_.held_by(peer);
+        const std::uint8_t id = ids_.grant(peer);
+        if (id != 0 && id != held_before)
+            forget(id); // nothing of an earlier holder may show through
+        return answer.add_record(id) ? 0 : -EIO;
+    }
+    if (header.sub_command != client_id_request::give_back)
+        return -ENOSYS;
+    if (header.msg_len < 1)
+        return -EINVAL;
+    const int result = ids_.give_back(payload[0], peer);
+    if (result == 0)
+        forget(payload[0]);
+    return result;
+}
+
+// Forgets what is kept under an id. Under 0 are the samples of all clients without an id; of them
+// only counting ends.
+void monitor_server::forget(std::uint8_t id) {
+    if (id != 0) {
+        machine_->samplers.client_gone(id, loop_thread);
+        slow_.client_gone(id);
+        return;
+    }
+    reply unused;
+    const answering* off = machine_->samplers.find(cpu_command, cpu_request::disable_counters);
+    if (off != nullptr)
+        run_handler(off->answer, {cpu_request::disable_counters, id, nullptr, 0}, unused);
 }
 
 void monitor_server::send_slow_answers() {
@@ -271,6 +434,7 @@ void monitor_server::send_slow_answers() {
 // payload, so that a client sees from it whether others follow.
 void monitor_server::send(const std::string& peer, const data_struct& header, int result,
                           const reply& answer) {
+    refused_ += result < 0 ? 1 : 0;
     // A client that went away meanwhile needs no answer, and one that does not read gets none.
     if (zmq_send(sockets_->router, peer.data(), peer.size(), ZMQ_DONTWAIT | ZMQ_SNDMORE) == -1) {
         dropped_answers_ += zmq_errno() == EAGAIN ? 1 : 0;

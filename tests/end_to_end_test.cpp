@@ -137,6 +137,15 @@ TEST(end_to_end, recovers_when_the_server_is_back_and_fails_when_it_stays_away) 
     EXPECT_EQ(moncl("cpu", port).ends(1).err, away);
 }
 
+TEST(end_to_end, monitor_shows_what_the_server_counts) {
+    server_process server;
+    moncl run("mem,monitor --json --connect " + at(server.port));
+    const auto rows = run.ends(0).samples().back()["rows"];
+    EXPECT_EQ(rows.back()["query"], "server");
+    EXPECT_EQ(rows.back()["server_connections"], 1);
+    EXPECT_EQ(rows.back()["server_requests"], 3) << "an id, the memory and the counts";
+}
+
 TEST(end_to_end, ipv6_addresses_are_asked_in_brackets) {
     if (!std::ifstream("/proc/net/if_inet6").good())
         GTEST_SKIP() << "this host has no IPv6";
@@ -148,7 +157,7 @@ TEST(end_to_end, ipv6_addresses_are_asked_in_brackets) {
                  {"--bind=[::1]", "[::1]", {"[::1]"}},
                  {"--bind=*", "*", {"[::1]", "127.0.0.1"}}};
     for (const auto& each : cases) {
-        server_process server(0, each.bind);
+        server_process server(0, each.bind, {"--insecure"});
         const std::string port = ":" + std::to_string(server.port);
         EXPECT_EQ(server.out, "monsrv: listening at " + (each.printed + port) + "\n");
         for (const std::string& address : each.asked) {

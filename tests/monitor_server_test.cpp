@@ -234,31 +234,72 @@ TEST(monitor_server, stops_while_a_slow_request_is_in_progress) {
     slow.wait_for_request();
 } // the server goes first
 
-TEST(monitor_server, grants_ids_until_none_is_left) {
+TEST(monitor_server, grants_each_connection_one_id_that_no_other_can_give_back) {
     const running_server server;
     const auto client = server.connect(); // has id 1
-    auto granted = [&client] {
-        ask(*client, request_bytes(0xEAEA, 1, ""));
-        return client->get_recv_data()->msg[0];
+    const auto other = server.connect();
+    auto granted = [](client_comm& to) {
+        ask(to, request_bytes(0xEAEA, 1, ""));
+        return to.get_recv_data()->msg[0];
     };
-    for (int id = 2; id <= 256; ++id)
-        ASSERT_EQ(granted(), id % 256);
-    EXPECT_EQ(ask(*client, request_bytes(0xEAEA, 2, "M")), 8240);
-    EXPECT_EQ(ask(*client, request_bytes(0xEAEA, 2, "M")), -EINVAL);
-    EXPECT_EQ(granted(), 'M');
+    EXPECT_EQ(granted(*client), 1);
+    EXPECT_EQ(granted(*other), 2);
+    EXPECT_EQ(ask(*other, request_bytes(0xEAEA, 2, "\1")), -EACCES);
+    EXPECT_EQ(ask(*other, request_bytes(0xEAEA, 2, "\2")), 8240);
+    EXPECT_EQ(ask(*other, request_bytes(0xEAEA, 2, "\2")), -EINVAL);
+    EXPECT_EQ(granted(*other), 3) << "2 was free later";
+    close_at_once(*other);
+    for (int i = 0; i < 1000 && server.counts().held_ids > 1; ++i)
+        ask(*client, cpu_query);
+    EXPECT_EQ(server.counts().held_ids, 1U) << "the id of a connection that has gone";
     close_at_once(*client);
 }
 
-TEST(client_ids, reclaim_abandoned_ones_last_and_keep_those_of_before_a_restart) {
+TEST(client_ids, belong_to_a_connection_until_it_has_gone) {
+    using std::chrono::seconds;
     monsrv::client_ids ids;
     const auto start = monsrv::client_ids::clock::now();
-    auto granted = [&](int minute) { return ids.grant(start + std::chrono::minutes(minute)); };
-    ids.seen(1, start);
+    ids.seen(7, "a", start); // granted before a restart
+    EXPECT_EQ(ids.grant("a", start), 7);
+    for (int i = 1; i <= 255; ++i)
+        ids.grant("peer " + std::to_string(i), start);
+    EXPECT_EQ(ids.grant("too many", start), 0);
+    EXPECT_EQ(ids.held(), 255U);
+
+    ids.counting_switched(7, "a", true);
+    ids.seen(7, "b", start); // another connection of the same process, or a thief
+    EXPECT_FALSE(ids.may_switch_counting(7, "b"));
+    EXPECT_EQ(ids.give_back(7, "b", start), -EACCES);
+    ids.gone("a", start); // the other uses it on
+    EXPECT_EQ(ids.held_by("b"), 7);
+    EXPECT_TRUE(ids.may_switch_counting(7, "b"));
+    ids.gone("b", start);
+    EXPECT_EQ(ids.held_by("b"), 0);
+    EXPECT_TRUE(ids.take_forgotten(start + seconds(9)).empty());
+    ids.seen(7, "b again", start + seconds(9));
+    EXPECT_FALSE(ids.may_switch_counting(7, "thief")) << "counting went on";
+    EXPECT_TRUE(ids.take_forgotten(start + seconds(11)).empty());
+    ids.gone("b again", start + seconds(11));
+    EXPECT_EQ(ids.take_forgotten(start + seconds(21)), std::vector<std::uint8_t>{7});
+
+    ids.counting_switched(0, "without an id", true);
+    ids.gone("without an id", start + seconds(30));
+    EXPECT_EQ(ids.take_forgotten(start + seconds(40)), std::vector<std::uint8_t>{0});
+}
+
+TEST(client_ids, reclaim_abandoned_ones_last) {
+    monsrv::client_ids ids;
+    const auto start = monsrv::client_ids::clock::now();
+    auto granted = [&](int minute) {
+        return ids.grant(std::to_string(minute) + std::to_string(ids.held()),
+                         start + std::chrono::minutes(minute));
+    };
+    ids.seen(1, "a", start);
     EXPECT_EQ(granted(0), 2);
     for (int i = 3; i <= 255; ++i)
         granted(30);
     EXPECT_EQ(granted(59), 0);
-    ids.seen(1, start + std::chrono::minutes(60));
+    ids.seen(1, "a", start + std::chrono::minutes(60));
     EXPECT_EQ(granted(61), 2);
 }
 
