@@ -217,7 +217,6 @@ public:
     }
     /// Ids that clients hold, as the server counts them; -1 if it does not say.
     int held_ids() {
-        constexpr int server_command = 0xAE40; // about the server itself
         constexpr int counts = 1;
         client_comm& asked = *system_.client;
         if (asked.send_msg_to_server(server_command, counts, nullptr, 0) < 0 ||
