@@ -87,7 +87,7 @@ bool server_source::next(report& into) {
     if (ended_ || (wanted > 0 && done_ == wanted) || !wait())
         return false;
     into = {};
-    take(into);
+    take(into, ticker::clock::time_point::max());
     into.base = plan_.compares && !based_ && !into.away;
     based_ = based_ || into.base;
     // A server that is away is waited for, unless a single report was asked for.
@@ -95,7 +95,14 @@ bool server_source::next(report& into) {
     return true;
 }
 
-void server_source::take(report& into) {
+void server_source::ask_now(const std::vector<const subject*>& wanted,
+                            ticker::clock::time_point until, report& into) {
+    wanted_ = wanted;
+    into = {};
+    take(into, until);
+}
+
+void server_source::take(report& into, ticker::clock::time_point until) {
     server_.begin_round();
     into.away = !server_.connect();
     if (into.away) // a server that comes back is asked for everything
@@ -103,7 +110,7 @@ void server_source::take(report& into) {
             each.not_before = 0;
     library_output::take();
     for (opened& each : subjects_)
-        if (is_due(each))
+        if (is_due(each) && ticker::clock::now() < until)
             ask_one(each, into);
     if (into.away) {
         const std::lock_guard<std::mutex> guard(lock_);
@@ -143,6 +150,7 @@ void server_source::ask_one(opened& each, report& into) {
         const double start = plan_.clock().seconds;
         got.code = ask(each, got);
         record.duration_seconds = plan_.clock().seconds - start;
+        got.duration_seconds = record.duration_seconds;
         if (got.code < 0)
             got.is_servers_own = server_.is_servers_own(got.code);
         into.away = into.away || (got.code < 0 && !got.is_servers_own);

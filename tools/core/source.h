@@ -4,6 +4,7 @@
 
 #include "subject.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,7 +17,8 @@ struct answer {
     bool is_servers_own = true; ///< a negative code was the server's answer; else none came
     std::string failure;        ///< what of the answer could not be decoded; empty if all could
     sample figures;             ///< if the code is not negative
-    std::string library_report; ///< in place of the figures, if that was asked for
+    std::optional<double> duration_seconds; ///< of the query; nothing if there was none
+    std::string library_report;             ///< in place of the figures, if that was asked for
 };
 
 /// What a source gave at one time.

@@ -52,6 +52,11 @@ struct subject {
     bool asks_nobody = false;
     /// Whether a sample is still true some seconds later.
     bool changes_slowly = false;
+    /// Whether it has so many rows that metrics have it only if it was asked for by name.
+    bool has_many_rows = false;
+    /// Whether asking for it switches something on in the board's kernel: programs that
+    /// ask for many boards at once ask for it only if it was named.
+    bool switches_on = false;
     /// Whether it is about processes that must be named.
     bool needs_pids = false;
     /// Whether `open` itself heeds the names that were asked for.

@@ -212,6 +212,25 @@ void exposition::add_up(const std::string& host, bool up) {
     lines += up ? "1\n" : "0\n";
 }
 
+void exposition::add_query(const subject& what, const std::string& host, bool answered,
+                           std::optional<double> duration_seconds) {
+    std::string labels = with_host_ ? host_label(host) : std::string();
+    append_label(labels, "subject", what.name);
+    std::string& success = family_of("moncl_query_success", "gauge", "",
+                                     "Whether the query for the subject got figures")
+                               .lines;
+    append_line_start(success, "moncl_query_success", labels, {});
+    success += answered ? "1\n" : "0\n";
+    if (!duration_seconds)
+        return;
+    std::string& duration = family_of("moncl_query_duration_seconds", "gauge", "seconds",
+                                      "Duration of the query for the subject")
+                                .lines;
+    append_line_start(duration, "moncl_query_duration_seconds", labels, {});
+    append_number(duration, *duration_seconds);
+    duration += '\n';
+}
+
 exposition::family& exposition::family_of(const std::string& name, const char* type,
                                           const char* unit, const char* help) {
     family& known = families_[name];

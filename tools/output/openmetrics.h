@@ -57,6 +57,10 @@ public:
     void add(const subject& what, const std::string& host, const sample& figures);
     /// Adds whether a server answered.
     void add_up(const std::string& host, bool up);
+    /// Adds what became of the query for @p what.
+    /// @param duration_seconds nothing if none was sent
+    void add_query(const subject& what, const std::string& host, bool answered,
+                   std::optional<double> duration_seconds);
     /// The exposition of all that was added, from `# HELP` to `# EOF`; then it is empty again.
     std::string take();
 

@@ -190,6 +190,7 @@ const subject_registration registered([] {
     };
     irq.order_by = "interrupts_per_second";
     irq.selects_names = true;
+    irq.has_many_rows = true;
     irq.place = 60;
     return irq;
 }());

@@ -183,6 +183,7 @@ const subject_registration registered([] {
     perf.lacking = "perf: the kernel of this host has no events to count";
     perf.explain = explain;
     perf.library_report = write_library_report;
+    perf.switches_on = true;
     perf.place = 65;
     return perf;
 }());

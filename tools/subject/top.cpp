@@ -77,6 +77,7 @@ const subject_registration registered([] {
         return server.cpus.get_process_all(0, &out);
     };
     top.order_by = "usage_percent";
+    top.has_many_rows = true;
     top.place = 90;
     top.summary_rows = 5;
     return top;

@@ -1,0 +1,20 @@
+// The samples of a recording, as those of the history in memory.
+#ifndef MONCL_EXPORTER_RECORDED_HISTORY_H
+#define MONCL_EXPORTER_RECORDED_HISTORY_H
+
+#include "history.h"
+
+#include <string>
+
+namespace exporter {
+
+/// Adds what the recording @p path has of one host from `since` until before `until`. There are
+/// rates; where samples are left out they are formed over the time in between.
+/// @param wanted names one host
+/// @return whether samples were left out
+/// @throws std::runtime_error if the recording cannot be read
+bool find_recorded(const std::string& path, const sample_query& wanted, sample_series& into);
+
+} // namespace exporter
+
+#endif

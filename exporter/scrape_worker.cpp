@@ -1,0 +1,76 @@
+// Scraping one server.
+#include "scrape_worker.h"
+
+#include <algorithm>
+
+namespace exporter {
+
+scrape_worker::scrape_worker(const tools::endpoint& at, const server_access& access) {
+    tools::server_plan plan;
+    plan.subjects = served_subjects();
+    source_ = open_server(at, access, std::move(plan));
+    thread_ = std::thread([this] { run(); });
+}
+
+scrape_worker::~scrape_worker() {
+    stop();
+    thread_.join();
+}
+
+void scrape_worker::stop() {
+    const std::lock_guard<std::mutex> guard(lock_);
+    stopping_ = true;
+    changed_.notify_all();
+}
+
+std::shared_ptr<scrape> scrape_worker::order(const subject_list& subjects,
+                                             clock::time_point deadline) {
+    const std::lock_guard<std::mutex> guard(lock_);
+    last_order_ = clock::now();
+    for (const auto& each : orders_) {
+        if (each->subjects != subjects)
+            continue;
+        each->deadline = std::max(each->deadline, deadline);
+        return each;
+    }
+    auto made = std::make_shared<scrape>();
+    made->subjects = subjects;
+    made->deadline = deadline;
+    orders_.push_back(made);
+    changed_.notify_all();
+    return made;
+}
+
+bool scrape_worker::wait_for(const scrape& ordered, clock::time_point deadline) {
+    std::unique_lock<std::mutex> guard(lock_);
+    changed_.wait_until(guard, deadline, [&] { return ordered.done || stopping_; });
+    return ordered.done;
+}
+
+clock::time_point scrape_worker::last_order() const {
+    const std::lock_guard<std::mutex> guard(lock_);
+    return last_order_;
+}
+
+void scrape_worker::run() {
+    std::unique_lock<std::mutex> guard(lock_);
+    for (;;) {
+        changed_.wait(guard, [this] { return stopping_ || !orders_.empty(); });
+        if (stopping_)
+            return;
+        const std::shared_ptr<scrape> next = orders_.front();
+        orders_.pop_front();
+        if (next->deadline <= clock::now()) // whoever ordered it has gone
+            continue;
+        const clock::time_point deadline = next->deadline;
+        tools::report got;
+        guard.unlock();
+        source_->ask_now(next->subjects, deadline, got);
+        guard.lock();
+        next->got = std::move(got);
+        next->done = true;
+        changed_.notify_all();
+    }
+}
+
+} // namespace exporter
