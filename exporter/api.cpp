@@ -17,7 +17,7 @@ namespace {
 constexpr const char* json_type = "application/json";
 constexpr std::size_t usual_points = 1000;
 constexpr std::size_t most_points = 10000;
-constexpr std::size_t most_answer_bytes = 64 << 20;
+constexpr std::size_t most_answer_bytes = 32 << 20;
 
 const char* kind_name(tools::kind what) {
     constexpr const char* names[] = {"label", "text", "gauge", "counter", "rate"};
@@ -48,7 +48,7 @@ response samples_response(const std::vector<kept_sample>& samples, bool thinned)
     for (const kept_sample& each : samples)
         bytes += each.line->size() + 1;
     if (bytes > most_answer_bytes)
-        return fault(400, "these samples are more than 64 MiB: ask for fewer points");
+        return fault(400, "these samples are more than 32 MiB: ask for fewer points");
     std::string text = "{\"schema\":1,";
     text.reserve(bytes + 64);
     if (thinned)
@@ -167,7 +167,8 @@ bool api::add_recorded(const sample_query& wanted, sample_series& into) const {
                 before.until = std::min(before.until, samples.front().time);
         sample_series recorded;
         if (before.until > before.since)
-            leaves_out = find_recorded(parts_.recording, before, recorded) || leaves_out;
+            leaves_out =
+                find_recorded(parts_.recording, before, parts_.interval, recorded) || leaves_out;
         for (auto& [of, samples] : recorded)
             into[of].insert(into[of].begin(), samples.begin(), samples.end());
     }

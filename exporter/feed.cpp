@@ -2,7 +2,6 @@
 #include "feed.h"
 
 #include "json_lines.h"
-#include "session.h"
 
 #include <algorithm>
 
@@ -11,14 +10,6 @@ namespace exporter {
 namespace {
 // After the last reader has gone; a page that is loaded again finds the connection still open.
 constexpr std::chrono::seconds linger{10};
-
-// Why the server refused; empty if no answer of its own came.
-std::string reason_of(const tools::answer& failed) {
-    if (!failed.failure.empty() || !failed.is_servers_own)
-        return {};
-    return failed.figures.faults.empty() ? tools::refusal_text(*failed.what, failed.code)
-                                         : failed.figures.faults.front();
-}
 } // namespace
 
 /// Belongs to one server's thread.
@@ -28,8 +19,10 @@ struct feed::forming {
     long reports = 0;
 };
 
-feed::feed(feed_plan plan, history& kept, host_states& states, tools::output* recording)
-    : plan_(std::move(plan)), history_(kept), states_(states), recording_(recording) {
+feed::feed(feed_plan plan, history& kept, host_states& states, messages& said,
+           tools::output* recording)
+    : plan_(std::move(plan)), history_(kept), states_(states), messages_(said),
+      recording_(recording) {
     for (const tools::endpoint& each : plan_.servers) {
         servers_.push_back(std::make_unique<asked_server>());
         servers_.back()->at = each;
@@ -91,7 +84,8 @@ void feed::tell(const std::string& host, bool up, const std::string& why) {
             if (each->at.text() == host && each->source != nullptr)
                 return;
     }
-    states_.set(host, up, why);
+    if (const auto changed = states_.set(host, up, why))
+        messages_.say_state(*changed);
 }
 
 // Called with the lock held, as are those that follow.
@@ -179,8 +173,10 @@ void feed::ask_while_wanted(asked_server& each, std::unique_lock<std::mutex>& gu
 void feed::take(asked_server& each, forming& with, tools::report& got) {
     const std::string host = each.at.text();
     const auto changed = states_.set(host, !got.away, each.source->away_text());
-    if (changed)
+    if (changed) {
+        messages_.say_state(*changed);
         push(host, nullptr, "host", std::make_shared<const std::string>(to_json(*changed)));
+    }
     for (tools::answer& one : got.answers)
         take_answer(each, with, one, got.base);
     if (recording_ != nullptr && !got.base) {
@@ -199,6 +195,7 @@ void feed::take_answer(asked_server& each, forming& with, tools::answer& got, bo
     const std::string host = each.at.text();
     tools::rate_former& rates = with.rates.try_emplace(got.what, *got.what).first->second;
     const bool good = got.code >= 0 && got.failure.empty();
+    messages_.say_of(host, got, false);
     std::optional<double> interval;
     if (good)
         interval = rates.compare(got.figures);

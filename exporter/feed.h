@@ -5,6 +5,7 @@
 #include "event_queue.h"
 #include "history.h"
 #include "host_states.h"
+#include "messages.h"
 #include "output.h"
 #include "rates.h"
 #include "scrape_worker.h"
@@ -31,9 +32,10 @@ struct feed_plan {
 /// events and to a recording. From any thread.
 class feed {
 public:
-    /// @param kept, states outlive this
+    /// @param kept, states, said outlive this
     /// @param recording takes what is recorded; null for none; outlives this
-    feed(feed_plan plan, history& kept, host_states& states, tools::output* recording);
+    feed(feed_plan plan, history& kept, host_states& states, messages& said,
+         tools::output* recording);
     ~feed();
     feed(const feed&) = delete;
     feed& operator=(const feed&) = delete;
@@ -72,6 +74,7 @@ private:
     const feed_plan plan_;
     history& history_;
     host_states& states_;
+    messages& messages_;
     std::mutex recording_lock_;
     tools::output* recording_;
     std::mutex lock_; // of the rest

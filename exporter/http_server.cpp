@@ -21,10 +21,10 @@ using clock = std::chrono::steady_clock;
 class deadlines {
 public:
     /// @param cut once it is true, the deadline has passed; or null
-    void set(MHD_Connection* of, clock::time_point deadline,
+    void set(MHD_Connection* of, clock::time_point time,
              std::shared_ptr<std::atomic<bool>> cut = nullptr) {
         const std::lock_guard<std::mutex> guard(lock_);
-        times_[of] = {deadline, std::move(cut)};
+        times_[of] = {time, std::move(cut)};
     }
     void forget(MHD_Connection* of) {
         const std::lock_guard<std::mutex> guard(lock_);
@@ -127,11 +127,11 @@ ssize_t read_body(void* from, std::uint64_t, char* into, std::size_t size) {
 response fault(unsigned status, const std::string& sentence) {
     using nlohmann::json;
     const json said = {{"error", sentence}};
-    return {status,
-            "application/json",
-            said.dump(-1, ' ', false, json::error_handler_t::replace) + "\n",
-            {},
-            {}};
+    response made;
+    made.status = status;
+    made.type = "application/json";
+    made.body = said.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+    return made;
 }
 
 class http_server::running {
@@ -151,6 +151,7 @@ private:
     static void on_end(void* self, MHD_Connection* of, void** own, MHD_RequestTerminationCode);
     static void on_connection(void* self, MHD_Connection* of, void**,
                               MHD_ConnectionNotificationCode what);
+    void begin_connection(MHD_Connection* of);
     MHD_Result begin(MHD_Connection* from, const char* path, const char* method,
                      const char* version, void** own);
     MHD_Result answer(MHD_Connection* to, exchange& of);
@@ -205,7 +206,15 @@ void http_server::running::on_connection(void* self, MHD_Connection* of, void**,
     if (what == MHD_CONNECTION_NOTIFY_CLOSED)
         me.deadlines_.forget(of);
     else
-        me.deadlines_.set(of, clock::now() + me.options_.first_request);
+        me.begin_connection(of);
+}
+
+// What a slow reader has not taken yet is kept in the kernel, which would let it grow to megabytes.
+void http_server::running::begin_connection(MHD_Connection* of) {
+    deadlines_.set(of, clock::now() + options_.first_request);
+    const int bytes = 128 * 1024;
+    if (const auto* info = MHD_get_connection_info(of, MHD_CONNECTION_INFO_CONNECTION_FD))
+        setsockopt(info->connect_fd, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes);
 }
 
 void http_server::running::on_end(void* self, MHD_Connection* of, void** own,
@@ -265,8 +274,13 @@ MHD_Result http_server::running::answer(MHD_Connection* to, exchange& of) {
                                                  nullptr);
     } else {
         deadlines_.set(to, clock::now() + options_.answer);
-        sent = MHD_create_response_from_buffer(made.body.size(), made.body.data(),
-                                               MHD_RESPMEM_MUST_COPY);
+        auto kept = std::make_unique<std::string>(std::move(made.body));
+        char* bytes = kept->data();
+        sent = MHD_create_response_from_buffer_with_free_callback_cls(
+            kept->size(), bytes, [](void* text) { delete static_cast<std::string*>(text); },
+            kept.get());
+        if (sent != nullptr)
+            static_cast<void>(kept.release());
     }
     if (sent == nullptr)
         return MHD_NO;

@@ -59,14 +59,15 @@ void run(const options& given) {
     for (const tools::endpoint& each : given.servers)
         hosts.push_back(each.text());
     host_states states(hosts);
+    messages said;
     history kept(kept_for, kept_bytes);
     const auto recording = open_recording(given);
     const subject_list recorded =
         recording == nullptr ? subject_list() : default_subjects(given.subjects);
-    feed samples({given.servers, given.interval, recorded, given.access}, kept, states,
+    feed samples({given.servers, given.interval, recorded, given.access}, kept, states, said,
                  recording.get());
     metrics_pages scrapes({given.servers, given.allowed_targets, given.subjects, given.access},
-                          [&](const std::string& host, bool up, const std::string& why) {
+                          said, [&](const std::string& host, bool up, const std::string& why) {
                               samples.tell(host, up, why);
                           });
     api figures({samples, kept, states, given.interval, given.record, given.subjects});

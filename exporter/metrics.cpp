@@ -55,9 +55,11 @@ std::string read_subjects(const std::string& text, const subject_list& fallback,
 }
 
 metrics_pages::metrics_pages(
-    metrics_plan plan, std::function<void(const std::string&, bool, const std::string&)> asked)
-    : plan_(std::move(plan)), targets_(plan_.allowed_targets), asked_(std::move(asked)) {
-    if (plan_.subjects.empty())
+    metrics_plan plan, messages& said,
+    std::function<void(const std::string&, bool, const std::string&)> asked)
+    : plan_(std::move(plan)), named_(!plan_.subjects.empty()), messages_(said),
+      targets_(plan_.allowed_targets), asked_(std::move(asked)) {
+    if (!named_)
         plan_.subjects = usual_subjects();
     for (const tools::endpoint& each : plan_.servers)
         workers_.push_back(std::make_shared<scrape_worker>(each, plan_.access));
@@ -144,6 +146,7 @@ void metrics_pages::add(tools::exposition& to, scrape_worker& from, const scrape
     static const std::vector<tools::answer> none;
     for (const tools::answer& each : done ? ordered.got.answers : none) {
         const bool good = each.code >= 0 && each.failure.empty();
+        messages_.say_of(from.host(), each, named_);
         if (good)
             to.add(*each.what, from.host(), each.figures);
         to.add_query(*each.what, from.host(), good, each.duration_seconds);

@@ -4,6 +4,7 @@
 
 #include "host_states.h"
 #include "http_message.h"
+#include "messages.h"
 #include "openmetrics.h"
 #include "scrape_worker.h"
 #include "targets.h"
@@ -29,8 +30,9 @@ struct metrics_plan {
 class metrics_pages {
 public:
     /// @param asked is told of each server of the plan whether it answered, and if not, why
+    /// @param said  outlives this
     metrics_pages(
-        metrics_plan plan,
+        metrics_plan plan, messages& said,
         std::function<void(const std::string& host, bool up, const std::string& why)> asked);
 
     /// All servers of the plan.
@@ -50,6 +52,8 @@ private:
     worker worker_for(const tools::endpoint& target);
 
     metrics_plan plan_;
+    bool named_; // the subjects of the plan were
+    messages& messages_;
     allowed_targets targets_;
     std::function<void(const std::string&, bool, const std::string&)> asked_;
     std::vector<worker> workers_;

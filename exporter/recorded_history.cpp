@@ -28,7 +28,8 @@ bool has_something(const std::string& path, const sample_query& wanted) {
 }
 } // namespace
 
-bool find_recorded(const std::string& path, const sample_query& wanted, sample_series& into) {
+bool find_recorded(const std::string& path, const sample_query& wanted, double interval,
+                   sample_series& into) {
     if (!has_something(path, wanted))
         return false;
     const std::chrono::duration<double> span = wanted.until - wanted.since;
@@ -38,7 +39,7 @@ bool find_recorded(const std::string& path, const sample_query& wanted, sample_s
     plan.until = at(wanted.until - std::chrono::milliseconds(1));
     plan.compares = true;
     const double apart = span.count() / static_cast<double>(wanted.points);
-    const bool leaves_out = apart > 1; // reports are seldom closer
+    const bool leaves_out = apart > interval;
     if (leaves_out)
         plan.when.interval = apart;
     tools::recording_source source(path, wanted.host, plan);
@@ -52,12 +53,12 @@ bool find_recorded(const std::string& path, const sample_query& wanted, sample_s
                 former.forget();
             if (each.code < 0 || each.figures.rows.empty())
                 continue;
-            const auto interval = former.compare(each.figures);
+            const auto seconds = former.compare(each.figures);
             if (got.base)
                 continue;
             into[{wanted.host, each.what}].push_back(
                 {each.figures.time, std::make_shared<const std::string>(lines.line_of(
-                                        *each.what, wanted.host, each.figures, interval))});
+                                        *each.what, wanted.host, each.figures, seconds))});
         }
     }
     return leaves_out;

@@ -10,10 +10,12 @@ namespace exporter {
 
 /// Adds what the recording @p path has of one host from `since` until before `until`. There are
 /// rates; where samples are left out they are formed over the time in between.
-/// @param wanted names one host
+/// @param wanted   names one host
+/// @param interval of the recording, in seconds: reports are not read more closely
 /// @return whether samples were left out
 /// @throws std::runtime_error if the recording cannot be read
-bool find_recorded(const std::string& path, const sample_query& wanted, sample_series& into);
+bool find_recorded(const std::string& path, const sample_query& wanted, double interval,
+                   sample_series& into);
 
 } // namespace exporter
 

@@ -58,6 +58,8 @@ routes::routes(const host_names& names, password_check& passwords, metrics_pages
 response routes::refuse(const request& asked) const {
     const bool none = asked.headers.count("host") == 0 && asked.is_http_1_0;
     const auto host = asked.header("host");
+    if (asked.headers.count("host") == 0 && !none)
+        return fault(400, "a request needs the header Host");
     if (!none && (!host || !names_.has(*host)))
         return fault(421,
                      "this is not the host that was asked for; --allow-host gives it more names");

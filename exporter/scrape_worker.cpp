@@ -2,6 +2,7 @@
 #include "scrape_worker.h"
 
 #include <algorithm>
+#include <cerrno>
 
 namespace exporter {
 
@@ -52,6 +53,42 @@ clock::time_point scrape_worker::last_order() const {
     return last_order_;
 }
 
+// Most queries of a scrape would be for hardware that the server does not have.
+void scrape_worker::keep(const tools::answer& got) {
+    constexpr std::chrono::seconds lacking{60};
+    constexpr std::chrono::seconds slow{30};
+    const bool good = got.code >= 0 && got.failure.empty();
+    if (got.code == -ENODEV && got.is_servers_own)
+        kept_[got.what] = {clock::now() + lacking, got};
+    else if (good && got.what->changes_slowly)
+        kept_[got.what] = {clock::now() + slow, got};
+    else
+        kept_.erase(got.what);
+}
+
+tools::report scrape_worker::ask(const scrape& ordered) {
+    subject_list due;
+    for (const tools::subject* each : ordered.subjects) {
+        const auto kept = kept_.find(each);
+        if (kept == kept_.end() || kept->second.until <= clock::now())
+            due.push_back(each);
+    }
+    if (due.empty()) // it is not known whether the server is still there
+        due = ordered.subjects;
+    tools::report got;
+    source_->ask_now(due, ordered.deadline, got);
+    if (got.away) {
+        kept_.clear();
+        return got;
+    }
+    for (const tools::answer& each : got.answers)
+        keep(each);
+    for (const tools::subject* each : ordered.subjects)
+        if (std::find(due.begin(), due.end(), each) == due.end())
+            got.answers.push_back(kept_[each].got);
+    return got;
+}
+
 void scrape_worker::run() {
     std::unique_lock<std::mutex> guard(lock_);
     for (;;) {
@@ -62,10 +99,8 @@ void scrape_worker::run() {
         orders_.pop_front();
         if (next->deadline <= clock::now()) // whoever ordered it has gone
             continue;
-        const clock::time_point deadline = next->deadline;
-        tools::report got;
         guard.unlock();
-        source_->ask_now(next->subjects, deadline, got);
+        tools::report got = ask(*next); // nobody else has its order any more
         guard.lock();
         next->got = std::move(got);
         next->done = true;

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -46,10 +47,19 @@ public:
     clock::time_point last_order() const;
 
 private:
-    void run();
+    /// An answer that need not be asked for each time.
+    struct lasting {
+        clock::time_point until;
+        tools::answer got;
+    };
 
-    std::unique_ptr<tools::server_source> source_; // the thread's
-    mutable std::mutex lock_;                      // of the rest
+    void run();
+    tools::report ask(const scrape& ordered);
+    void keep(const tools::answer& got);
+
+    std::unique_ptr<tools::server_source> source_;  // the thread's
+    std::map<const tools::subject*, lasting> kept_; // the thread's
+    mutable std::mutex lock_;                       // of the rest
     std::condition_variable changed_;
     std::deque<std::shared_ptr<scrape>> orders_;
     clock::time_point last_order_ = clock::now();

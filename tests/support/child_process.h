@@ -21,7 +21,8 @@ public:
     explicit child_process(std::vector<std::string> command) {
         // Our own programs may be built for another architecture than this machine's.
         if (const std::string emulator = TEST_EMULATOR;
-            !emulator.empty() && (command[0] == MONCL_PROGRAM || command[0] == MONSRV_PROGRAM))
+            !emulator.empty() && (command[0] == MONCL_PROGRAM || command[0] == MONSRV_PROGRAM ||
+                                  command[0] == MONCL_EXPORTER_PROGRAM))
             command.insert(command.begin(), emulator);
         std::vector<char*> arguments;
         for (std::string& word : command)
