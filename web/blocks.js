@@ -155,5 +155,5 @@ function drops(rows) {
 }
 
 function show_size(cell, {width_pixels: width, height_pixels: height}) {
-    set_text(cell, `${format_value(width, "none")}×${format_value(height, "none")}`);
+    set_text(cell, `${format_value(width, "")}×${format_value(height, "")}`);
 }

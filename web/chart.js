@@ -41,7 +41,7 @@ export class chart_block {
         this.track = new track((rows) => this.lines.values_of(rows));
         const first_field = block.chart.field ?? Object.keys(block.chart.fields ?? {})[0];
         const field = declared.fields.find((each) => each.name === first_field);
-        this.unit = block.chart.unit ?? field?.unit ?? "none";
+        this.unit = block.chart.unit ?? field?.unit ?? "";
         this.drawn = null; // names of the lines that the chart has
         this.ever_busy = new Set();
         this.items = new Map();

@@ -11,13 +11,12 @@ const scales = {
     celsius: {base: 1, names: ["°C"]},
     frames_per_second: {base: 1, names: ["fps"]},
     per_second: {base: 1, names: ["/s"]},
-    none: {base: 1, names: [""]},
 };
-const whole = new Set(["none"]);
+const counted = {base: 1, names: [""]}; // of what has no unit
 
 /// The step of a unit's scale that suits `value`: {factor, name}.
 function step_for(value, unit) {
-    const {base, names} = scales[unit] ?? scales.none;
+    const {base, names} = scales[unit] ?? counted;
     let factor = 1;
     let i = 0;
     while (base > 1 && i + 1 < names.length && Math.abs(value) / factor >= base) {
@@ -34,7 +33,7 @@ export function format_value(value, unit) {
     if (typeof value === "string")
         return value;
     const {factor, name, first} = step_for(value, unit);
-    const decimals = whole.has(unit) || (first && unit.startsWith("bytes")) ? 0
+    const decimals = !scales[unit] || (first && unit.startsWith("bytes")) ? 0
         : unit === "hertz" ? 2 : 1;
     const number = (value / factor).toFixed(decimals);
     return name ? `${number}\u00a0${name}` : number;

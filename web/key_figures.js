@@ -37,7 +37,7 @@ export const key_figures = [
         of: (rows) => greatest(rows, "temperature_celsius"), warn: (value) => value >= 95,
     },
     {
-        id: "pipes", title: "Pipes", subject: "fps", unit: "none",
+        id: "pipes", title: "Pipes", subject: "fps", unit: "",
         help: "Camera pipes; ▼ with how many of them lose frames",
         of: (rows) => {
             const {count, losing} = pipe_counts(rows);

@@ -43,7 +43,7 @@ export class pipes_block {
     }
 
     fill(cell, ways) {
-        const rate = (value) => format_value(value, "none");
+        const rate = (value) => format_value(value, "");
         const text = ways.map(({input, output, lost}) =>
             `${rate(input)} › ${rate(output)}${lost > 0 ? ` ▼${rate(lost)}` : ""}`).join(", ");
         set_text(cell, text);

@@ -20,7 +20,7 @@ export class table_block {
         this.columns = block.table.map((column) => {
             const field = declared.fields.find((each) => each.name === column.field);
             const is_text = field?.kind === "text" || (field?.kind === "label" && !column.number);
-            return {...column, unit: field?.unit ?? "none", help: field?.help ?? "", is_text};
+            return {...column, unit: field?.unit ?? "", help: field?.help ?? "", is_text};
         });
         const by = this.columns.find((each) => each.field === block.sort) ?? this.columns[0];
         this.order = {by, descending: !by.is_text};
