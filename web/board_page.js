@@ -11,7 +11,10 @@ import {make_block} from "./views.js";
 
 const points_max = 600;
 const settle_ms = 80; // samples of one round come one after the other: draw them together
-const table_reach_s = 60; // how long before the end of the time shown a table's sample may be
+// What changes slowly is asked for seldom: lines come from before the time shown, and a table's sample
+// may be from before its end.
+const line_reach_s = 15;
+const table_reach_s = 60;
 
 const charted = new Set(blocks.filter((each) => each.chart).map((each) => each.subject));
 
@@ -52,7 +55,7 @@ export class board_page {
         this.loaded_at = this.known.now();
         const {from, to} = this.range.bounds();
         await Promise.all(this.subjects.map(async (subject) => {
-            const since = charted.has(subject) ? from : Math.max(from, to - table_reach_s);
+            const since = charted.has(subject) ? from - line_reach_s : to - table_reach_s;
             try {
                 const samples = await ask_history(this.host, subject, since, to, charted.has(subject) ? points_max : 0);
                 if (load === this.loads)

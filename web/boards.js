@@ -8,8 +8,8 @@ export class boards {
     constructor() {
         this.all = new Map(); // by host
         this.offset = Infinity; // of this machine's clock from the exporter's, in seconds
-        this.connected_since = null; // to the exporter; null: no connection
-        this.lost_at = Date.now() / 1000;
+        this.connected = undefined; // to the exporter; undefined: not tried yet
+        this.lost_at = 0; // when the connection was lost, by this machine's clock
     }
 
     of(host) {
@@ -29,7 +29,7 @@ export class boards {
         this.of(sample.host).latest.set(sample.subject, sample);
     }
 
-    /// @returns whether the board went away (false), came back (true), or neither (null)
+    /// Returns whether the board went away (false), came back (true), or neither (null)
     take_host({host, up, since, text}) {
         const board = this.of(host);
         const was_up = board.up;
@@ -40,13 +40,15 @@ export class boards {
     }
 
     take_connection(is_there) {
-        if (!is_there && this.connected)
+        if (!is_there && this.connected !== false)
             this.lost_at = Date.now() / 1000;
         this.connected = is_there;
     }
 
     /// What a reader must know before any figure: {text, kind}, kind being good, bad or waiting.
     state_of(host) {
+        if (this.connected === undefined)
+            return {text: "connecting …", kind: "waiting"};
         if (!this.connected) {
             const lost = Date.now() / 1000 - this.lost_at;
             return {text: `no exporter for ${duration_text(lost)}`, kind: lost < 2 ? "waiting" : "bad"};

@@ -134,6 +134,10 @@ export class chart_block {
             this.uplot.setData(data, false);
             this.uplot.setScale("x", {min: from, max: to});
         });
+        // The cursor stays where it is, over what is now another point.
+        const {left, top} = this.uplot.cursor;
+        if (left >= 0)
+            this.uplot.setCursor({left, top}, false);
         this.show_values();
     }
 

@@ -8,15 +8,19 @@ import {overview} from "./overview.js";
 import {time_range} from "./time_range.js";
 
 const retry_ms = 2000;
+const settle_ms = 150;
 const find = (id) => document.getElementById(id);
 const say = (text) => set_text(find("spoken"), text);
 
 const known = new boards();
 const range = new time_range(() => known.now(), () => {
     write_address();
-    view?.load?.();
     view?.redraw?.();
+    // Who turns a wheel changes the time many times a second.
+    clearTimeout(loading);
+    loading = setTimeout(() => view?.load?.(), settle_ms);
 });
+let loading;
 let declarations; // of the subjects, by name
 let view;
 let host = null; // of the board that is open; null: all boards

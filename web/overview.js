@@ -1,11 +1,13 @@
 // All boards, a row for each: whether it answers, and its key figures.
 
+import {ask_history} from "./api.js";
 import {resolve_colour} from "./colours.js";
 import {element, set_text} from "./element.js";
 import {key_figures, key_subjects} from "./key_figures.js";
 import {table_block} from "./table.js";
 
-const trend_length = 60; // samples
+const trend_length = 60; // samples, one a second
+const loaded_max = 12; // boards whose last minute is asked for: that of more would be megabytes
 
 /// Draws values from 0 to 100 as a line, the newest at the right; what is not known is a gap.
 function draw_trend(canvas, values, colour) {
@@ -54,6 +56,17 @@ export class overview {
             ],
         }, declared);
         this.element = element("div", {class: "overview"}, this.table.element);
+        this.load();
+    }
+
+    /// Asks for what is known of the last minute, one board after the other.
+    async load() {
+        for (const host of [...this.known.all.keys()].slice(0, loaded_max)) {
+            const now = this.known.now();
+            const samples = await ask_history(host, "cpu", now - trend_length, now, trend_length).catch(() => []);
+            const usage = key_figures.find((each) => each.id === "cpu");
+            this.trends.set(host, samples.map((each) => usage.of(each.rows)));
+        }
     }
 
     draw_link(cell, {host}) {

@@ -20,8 +20,7 @@ export class pipes_block {
     }
 
     load(samples) {
-        if (samples.length)
-            this.show(samples.at(-1));
+        this.show(samples.at(-1) ?? {time: "", rows: []});
     }
 
     show(sample) {

@@ -70,8 +70,7 @@ export class table_block {
     }
 
     load(samples) {
-        if (samples.length)
-            this.show(samples.at(-1));
+        this.show(samples.at(-1) ?? {time: "", rows: []});
     }
 
     draw_rows() {
