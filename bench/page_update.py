@@ -15,7 +15,7 @@ window.updates = 0;
 const native = window.requestAnimationFrame.bind(window);
 window.requestAnimationFrame = (draw) => native((now) => { ++window.updates; draw(now); });
 """
-SIZES = [(1440, 1800), (3840, 2160)]  # all blocks are in view
+SIZES = [(1440, 3000), (3840, 2160)]  # all blocks are in view
 KINDS = {"all": "TaskDuration", "script": "ScriptDuration", "layout": "LayoutDuration", "style": "RecalcStyleDuration"}
 
 

@@ -5,6 +5,7 @@ import {resolve_colour} from "./colours.js";
 import {element, set_text} from "./element.js";
 import {key_figures, key_subjects} from "./key_figures.js";
 import {table_block} from "./table.js";
+import {time_of} from "./track.js";
 
 const trend_length = 60; // samples, one a second
 const loaded_max = 12; // boards whose last minute is asked for: that of more would be megabytes
@@ -65,7 +66,10 @@ export class overview {
             const now = this.known.now();
             const samples = await ask_history(host, "cpu", now - trend_length, now, trend_length).catch(() => []);
             const usage = key_figures.find((each) => each.id === "cpu");
-            this.trends.set(host, samples.map((each) => usage.of(each.rows)));
+            const trend = new Array(trend_length).fill(null);
+            for (const each of samples)
+                trend[trend_length - 1 - Math.max(0, Math.floor(now - time_of(each)))] = usage.of(each.rows);
+            this.trends.set(host, trend.slice(-trend_length));
         }
     }
 

@@ -3,7 +3,6 @@
 import contextlib
 import json
 import os
-import signal
 import subprocess
 import tempfile
 import time
@@ -33,9 +32,12 @@ class Program:
         return self
 
     def __exit__(self, *_):
-        if self.process.poll() is None:
-            self.process.send_signal(signal.SIGKILL)
-        self.process.wait()
+        self.process.terminate()
+        try:
+            self.process.wait(10)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            self.process.wait()
         self.process.stdout.close()
 
 

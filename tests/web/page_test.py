@@ -5,6 +5,7 @@ import os
 import shutil
 import sys
 import tempfile
+import time
 import unittest
 
 if not shutil.which("chromium", path="/usr/bin") or not shutil.which("chromedriver", path="/usr/bin"):
@@ -98,9 +99,9 @@ class page(unittest.TestCase):
                 ("filesystems", "part", "filesystem", 3, lambda row: scaled(row["size_bytes"])),
                 ("disks", "disk", "device", 0, lambda row: row["device"])]:
             with self.subTest(block=block):
-                time = self.driver.execute_script("return document.getElementById(`block-${arguments[0]}`).dataset.time", block)
+                moment = self.driver.execute_script("return document.getElementById(`block-${arguments[0]}`).dataset.time", block)
                 samples = ask(exporter, f"history?subject={subject}&since=-15m&points=10000")["samples"]
-                rows = next(each["rows"] for each in samples if each["time"] == time)
+                rows = next(each["rows"] for each in samples if each["time"] == moment)
                 shown = dict(zip(self.column(block, 0), self.column(block, figure)))
                 self.assertEqual(shown, {row[key]: written(row) for row in rows})
         self.assertTrue(rows)
@@ -112,7 +113,7 @@ class page(unittest.TestCase):
         wait_for(lambda: sorted(self.column("boards", 1)) == ["answers"] * 2)
         self.find_all(f"#block-boards a[href*='{killed.address.split(':')[1]}']")[0].click()
         wait_for(lambda: "%" in self.text("#block-nnu .legend b"))
-        killed.__exit__()
+        killed.process.kill()
         wait_for(lambda: self.text("#state").startswith("no answer for"))
         wait_for(lambda: self.text(".keys dd") == "–")
         wait_for(lambda: self.text("#block-nnu .legend b") == "–")
@@ -128,13 +129,29 @@ class page(unittest.TestCase):
     def test_page_comes_back_after_its_exporter(self):
         self.may_lose_connection = True
         exporter = self.open(self.board)
-        exporter.__exit__()
+        exporter.process.kill()
+        exporter.process.wait()
         wait_for(lambda: self.text("#state").startswith("no exporter for"))
         listen = exporter.address.split("//")[1].strip("/")
         self.enterContext(browser.Program(
             program("moncl-exporter"), "--listen", listen, "--connect", self.board.address))
         wait_for(lambda: self.text("#state") == "answers")
         wait_for(lambda: "%" in self.text(".keys dd"))
+
+    def test_past_is_shown_from_a_recording(self):
+        with tempfile.TemporaryDirectory() as folder:
+            record = ["--record", os.path.join(folder, "night.db")]
+            start = time.time()
+            with browser.exporter(program("moncl-exporter"), self.board, options=record):
+                time.sleep(6)
+            end = time.time()
+            exporter = self.enterContext(browser.exporter(program("moncl-exporter"), self.board, options=record))
+            self.driver.get("about:blank")
+            self.driver.get(f"{exporter.address}#from={start:.1f}&to={end:.1f}")
+            for chart in ["cpu", "nnu"]:
+                wait_for(lambda: (self.driver.execute_script(DRAWN_PIXELS, chart) or 0) > 50)
+            self.assertEqual(self.text(".notice"), "")
+            self.assertEqual(self.text(".hold"), "Now")
 
     def test_no_size_scrolls_sideways(self):
         self.open(self.board)
