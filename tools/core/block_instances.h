@@ -18,9 +18,8 @@ struct whole_text {
     std::string text;
 };
 
-/// Calls ask(i), which asks for instance @p i and returns a code, for each instance of @p block,
-/// by itself: one that the board does not have costs the others nothing. Other refusals become
-/// notes.
+/// Calls ask(i) for each instance i of @p block; ask(i) returns a code. Instances are asked
+/// separately, so that a missing one does not fail the others. Other refusals become notes.
 /// @return 0; the server's own negative code if it refused all; or that of the connection, at once
 template<class Ask>
 int ask_instances(board& server, const std::string& block, int count, sample& into, Ask ask) {
@@ -41,10 +40,10 @@ int ask_instances(board& server, const std::string& block, int count, sample& in
     return any ? 0 : refusal;
 }
 
-/// Gives things of one answer different names where the wire repeats theirs: "pym0", then "pym0.1".
+/// Makes names unique within one answer: a second "pym0" becomes "pym0.1".
 class unique_names {
 public:
-    /// @return @p name, with a number after it if it was given out before
+    /// @return @p name, with a number after it if the same name was returned before
     std::string next(const std::string& name) {
         std::string unique = name;
         for (int i = 1; !given_.insert(unique).second; ++i)

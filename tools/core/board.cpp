@@ -63,7 +63,7 @@ board::~board() {
             network.exit_net_monitor();
         connection->back_client_id();
     }
-    cpus.client = nullptr; // else its destructor would ask a server that may be silent
+    cpus.client = nullptr; // otherwise its destructor would ask a server that may not answer
     close_at_once(*connection);
 }
 
@@ -105,7 +105,8 @@ int board::once(const std::string& name, const std::function<int()>& query) {
     if (const auto done = done_.find(name); done != done_.end())
         return done->second;
     const int result = query();
-    // Whose a negative code is, is known of the latest query only: a refused one is asked again.
+    // Only of the latest query can it be found out whether a negative code is the server's own, so
+    // a refused query is sent again.
     if (result >= 0)
         done_.emplace(name, result);
     return result;
@@ -123,7 +124,7 @@ int board::get_busiest_processes() {
     return once("busiest processes", [this] {
         const int code = cpus.get_process_all(0, nullptr);
         if (code >= 0)
-            busiest = *cpus.process_parser->pid_info; // the next answer overwrites it there
+            busiest = *cpus.process_parser->pid_info; // which the next answer overwrites
         return code;
     });
 }

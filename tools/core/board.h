@@ -38,7 +38,7 @@ public:
     std::shared_ptr<version_parser> version = std::make_shared<version_parser>();
 };
 
-/// What became of the queries of one subject.
+/// How the queries of one subject ended.
 struct query_record {
     std::uint64_t asked = 0;
     std::uint64_t failed = 0;
@@ -71,9 +71,9 @@ public:
 
     /// Starts a new round of queries: what `once` remembers is forgotten.
     void begin_round() { done_.clear(); }
-    /// Runs @p query unless one of that name succeeded in this round, for answers that several
-    /// subjects are made from.
-    /// @return its result, or that of before
+    /// Runs @p query unless one of that name succeeded in this round. For answers from which
+    /// several subjects are made.
+    /// @return its result, or that of the earlier run
     int once(const std::string& name, const std::function<int()>& query);
 
     /// Asks for the status of the process @p pid, once in a round.
@@ -86,7 +86,7 @@ public:
 
     // For the library's own reports.
     selection chosen;                ///< what a user asked for
-    std::vector<std::string> faults; ///< what of it could not be had, as in a sample
+    std::vector<std::string> faults; ///< what of it the server does not have, as in a sample
     std::shared_ptr<client_comm> connection;
     system_queries system;
     cpu_stat_manager cpus;

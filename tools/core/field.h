@@ -1,4 +1,4 @@
-// What a figure is: a subject declares its fields once, and every output reads the declaration.
+// The declaration of a figure. A subject declares its fields once, and every output reads them.
 //
 //     label("device", "Device", "Name of the block device"),
 //     counter("read_bytes", unit::bytes, "Bytes read since boot"),
@@ -12,7 +12,7 @@
 
 namespace tools {
 
-/// What a field's values are, over time.
+/// How a field's values change over time.
 enum class kind {
     label,   ///< names its row, together with the other labels
     text,    ///< describes its row; may change
@@ -53,8 +53,8 @@ struct field {
     const char* heading = ""; ///< of the table's column; empty: the table leaves it out
     int rank = 0;             ///< where a table is too wide, the columns of highest rank go first
     unsigned per_unit = 1;    ///< integers are counted in 1/per_unit of the unit, such as ticks
-    const char* family = "";  ///< metric that several fields split among them; empty: its own
-    const char* split_label = ""; ///< label of that metric that tells the fields apart
+    const char* family = "";  ///< metric shared by several fields; empty: it has its own
+    const char* split_label = ""; ///< label of that metric by which the fields differ
     const char* split_value = ""; ///< this field's value of that label
     formula formed = {};          ///< of a rate
 
@@ -69,7 +69,7 @@ struct field {
         per_unit = parts;
         return static_cast<field&&>(*this);
     }
-    /// Makes the field the share @p label = @p value_of_label of the metric @p metric.
+    /// Puts the field into the metric @p metric, with the label @p label = @p value_of_label.
     field share_of(const char* metric, const char* label, const char* value_of_label) && {
         family = metric;
         split_label = label;

@@ -1,5 +1,5 @@
-// What the library prints to standard output while it decodes: some reports, and what a decoder
-// could not read. Taken away from standard output, which is the outputs' alone.
+// Captures what the library prints to standard output while it decodes: some reports, and
+// complaints about what a decoder could not read. Only the outputs may write there.
 #ifndef MONCL_TOOLS_LIBRARY_OUTPUT_H
 #define MONCL_TOOLS_LIBRARY_OUTPUT_H
 
@@ -16,7 +16,7 @@ public:
     library_output(const library_output&) = delete;
     library_output& operator=(const library_output&) = delete;
 
-    /// What this thread has printed since the last call; empty if nobody has taken std::cout over.
+    /// What this thread has printed since the last call; empty if no library_output exists.
     static std::string take();
     /// The first line of @p printed that says that a decoder failed; empty if there is none.
     static std::string failure_in(const std::string& printed);

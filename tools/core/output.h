@@ -15,13 +15,13 @@
 
 namespace tools {
 
-/// How a user wants the output. Not every form heeds all of it.
+/// How a user wants the output. A form may ignore some of it.
 struct output_options {
     bool time_column = false; ///< start rows with a time stamp
     bool colour = false;      ///< the output understands colours
     std::size_t columns = 0;  ///< width of the terminal in characters; 0: not a terminal
     std::size_t lines = 0;    ///< its height; 0: not a terminal
-    std::size_t sources = 1;  ///< from how many samples come; if several, rows name theirs
+    std::size_t sources = 1;  ///< how many sources samples come from; if several, rows name theirs
     std::size_t subjects = 1; ///< how many are shown
     bool summary = false;     ///< the page that sums the machine up: few rows of each subject
 };
@@ -34,7 +34,7 @@ struct shown_sample {
     std::optional<double> interval; ///< seconds that its rates are formed over
 };
 
-/// What an output that somebody types at may ask of the session that feeds it.
+/// What an interactive output may ask of the session that feeds it.
 class session_controls {
 public:
     virtual ~session_controls() = default;
@@ -43,19 +43,19 @@ public:
     virtual void set_interval(double seconds) = 0;
     /// Only these subjects are asked for from now on, at once for the first time.
     virtual void set_subjects(const std::vector<const subject*>& wanted) = 0;
-    /// Of a recording: goes @p reports further, or back if that is negative.
+    /// For recordings only: moves @p reports forward, or back if that is negative.
     virtual void step(long reports) = 0;
-    /// Of a recording: lets the reports follow one another, or stands still.
+    /// For recordings only: starts or stops playing.
     virtual void set_playing(bool on) = 0;
 };
 
-/// A sample that there is not.
+/// A failed query, in place of a sample.
 struct missing_sample {
     const subject& what;
     const std::string& host;
-    const sample& figures; ///< when it was asked for; without rows
+    const sample& figures; ///< without rows; its time is that of the query
     int code;              ///< of the failed query
-    std::string why;       ///< of a refusal; empty: no answer came, or none that could be read
+    std::string why;       ///< the server's refusal; empty: no readable answer came
 };
 
 /// Writes samples in one form. Belongs to one thread.
@@ -63,26 +63,26 @@ class output {
 public:
     virtual ~output() = default;
 
-    /// Whether rates are of use to it: if not, a single sample of a counter is enough.
+    /// Whether it shows rates. If not, a single sample of a counter is enough.
     virtual bool wants_rates() const { return true; }
     /// Whether it shows the first report, which has no rates, too.
     virtual bool shows_first_report() const { return false; }
-    /// Writes one sample. Of each source they come report by report.
+    /// Writes one sample. The samples of one source come report by report.
     virtual void show(const shown_sample& each) = 0;
-    /// Says that a subject's query failed.
+    /// Notes that a subject's query failed.
     virtual void miss(const missing_sample& /*each*/) {}
-    /// Says that a source's report number @p number, from 0, ends here.
+    /// Ends report number @p number, counted from 0, of one source.
     /// @param away the source did not answer
     virtual void end_report(const std::string& /*host*/, long /*number*/, bool /*away*/) {}
-    /// Writes what a run of samples comes to.
+    /// Writes the averages of a run of samples.
     virtual void average(const shown_sample& /*mean*/, std::size_t /*samples*/) {}
     /// Writes what is still held back.
     virtual void finish() {}
 
-    /// A descriptor that can be read when somebody has typed; -1: nobody can.
+    /// A descriptor that becomes readable when a key is typed; -1 without a keyboard.
     virtual int keyboard() const { return -1; }
-    /// Takes what was typed; also called when nothing was, at least every half second, for what
-    /// changes with time alone. Only if there is a keyboard.
+    /// Handles typed keys. Also called without any, at least every half second, so that clocks move
+    /// on. Called only if there is a keyboard.
     /// @return false to end the session
     virtual bool take_keys(session_controls& /*controls*/) { return true; }
 };

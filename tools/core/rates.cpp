@@ -127,9 +127,8 @@ const row* rate_former::partner_of(const row& r, std::size_t position) {
     return found == index_.end() ? nullptr : found->second;
 }
 
-// A counter that was set back has not grown, and nobody knows by how much. A part of the divisor
-// may run back by little, as the kernel's idle times do now and then: the whole of it must have
-// grown.
+// The growth of a counter that was set back is unknown. A part of the divisor may run back a
+// little, as the kernel's idle times sometimes do, so only the sum of its parts must have grown.
 rate_former::ratio rate_former::compare_rows(const plan& how, const row& before, const row& now,
                                              double seconds) const {
     ratio formed;
@@ -142,7 +141,7 @@ rate_former::ratio rate_former::compare_rows(const plan& how, const row& before,
         }
     }
     if (how.over.empty()) {
-        // Within less than a tick a counter of ticks either stands still or leaps.
+        // Within less than a tick a counter of ticks grows by 0 or by 1, and neither is a rate.
         const double resolution = how.per_unit > 1 ? 1 / how.per_unit : 0;
         formed.divisor = seconds >= resolution ? seconds : 0;
         return formed;
@@ -175,7 +174,7 @@ void rate_former::add_gauges(const row& r, totals& sum) const {
     }
 }
 
-// A gauge that never changed keeps its form: a priority of 20 is not 20.00.
+// A gauge that never changed stays an integer, so that a priority of 20 is not shown as 20.00.
 value rate_former::mean_of(const totals& sum, std::size_t i) const {
     if (sum.counts[i] == 0)
         return unknown;

@@ -24,7 +24,7 @@ public:
     /// @param what outlives this
     explicit rate_former(const subject& what);
 
-    /// Gives each row of @p now its rates, against the sample of the previous call.
+    /// Fills the rates of each row of @p now, from it and the sample of the previous call.
     /// @return seconds between the two; nothing for the first
     std::optional<double> compare(sample& now);
     /// Forgets the previous sample: the next one has no rates.

@@ -19,14 +19,14 @@ namespace tools {
 /// One value; std::monostate is unknown.
 using value = std::variant<std::monostate, std::uint64_t, std::int64_t, double, std::string>;
 
-/// The value that nobody knows.
+/// The unknown value.
 inline constexpr std::monostate unknown{};
 
 inline bool is_known(const value& v) {
     return v.index() != 0;
 }
 
-/// The decimal number that @p from stands for: 40.2, not the 40.200001 nearest to it.
+/// Converts by the shortest decimal digits: the float nearest to 40.2 becomes 40.2, not 40.200001.
 inline double decimal_of(float from) {
     char digits[64];
     const char* end = std::to_chars(digits, std::end(digits), from).ptr;
@@ -62,10 +62,10 @@ value to_value(const std::optional<Number>& from) {
 /// The figures of one thing.
 struct row {
     std::vector<value> values; ///< one for each field of the subject
-    /// Tells the thing from an earlier one of the same labels, such as a process by its start.
+    /// Differs from that of an earlier thing with the same labels, such as the start time of a
+    /// process.
     std::uint64_t incarnation = 0;
-    /// Whether it sums up other rows: metrics leave it out, for they are summed where they are
-    /// read.
+    /// Whether it is the sum of other rows. Metrics omit it, because whoever reads them can sum.
     bool is_total = false;
 };
 
@@ -75,10 +75,10 @@ struct sample {
     double seconds = 0; ///< of receipt, by a clock that never jumps: only differences mean anything
     std::vector<row> rows;
     std::vector<std::string> notes; ///< what a user must know of it, such as what was cut off
-    /// What was asked for by name and could not be had; of a refused query: why, which is then said
-    /// in place of the subject's general words.
+    /// What was asked for by name and is missing. After a refused query: the reason, which is shown
+    /// in place of the subject's general text.
     std::vector<std::string> faults;
-    bool ended = false; ///< nothing is left that a later sample could hold
+    bool ended = false; ///< no later sample can have rows
 
     /// Appends a row: @p each in the order of the subject's fields. The rates stand last among the
     /// fields and are not given.

@@ -13,7 +13,7 @@ struct schedule {
 
     /// Number of reports, 0 for no end.
     long reports() const { return count > 0 ? count : interval > 0 ? 0 : 1; }
-    /// Time between two reports, and before the first where that needs two samples.
+    /// Time between two reports, and before the first one if that needs two samples.
     std::chrono::nanoseconds period() const {
         return std::chrono::nanoseconds(interval > 0 ? static_cast<long long>(interval * 1e9)
                                                      : 1000000000LL);

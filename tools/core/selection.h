@@ -1,4 +1,4 @@
-// What of its subjects a user asked for.
+// Which rows a user asked for.
 #ifndef MONCL_TOOLS_SELECTION_H
 #define MONCL_TOOLS_SELECTION_H
 
@@ -7,7 +7,7 @@
 
 namespace tools {
 
-/// The rows asked for. Each part restricts the subjects that it makes sense for.
+/// The rows asked for. Each member restricts the subjects to which it applies.
 struct selection {
     std::vector<std::string> names; ///< rows of which a label is one of these; empty: all
     std::vector<std::string> cpus;  ///< CPUs by number, or "all"; empty: what the subject shows

@@ -23,7 +23,7 @@ server_source::server_source(endpoint at, std::string host, server_plan plan)
     for (const auto* list : {&plan_.subjects, &plan_.unseen})
         for (const subject* each : *list)
             subjects_.push_back({each, each->open(plan_.chosen), list == &plan_.subjects, 0});
-    // What is learned of the other queries comes after them.
+    // Subjects about the other queries come after these.
     std::stable_partition(subjects_.begin(), subjects_.end(),
                           [](const opened& each) { return !each.what->asks_nobody; });
 }
@@ -72,7 +72,7 @@ bool server_source::wait() {
     else if (reports_ > 0)
         when = next_tick();
     ++reports_;
-    // What is asked for anew is asked for at once.
+    // New subjects are asked for at once.
     while (!cancelled_ && !new_subjects_ &&
            wake_.wait_until(guard, when) != std::cv_status::timeout)
         if (new_interval_ > 0)
@@ -90,7 +90,7 @@ bool server_source::next(report& into) {
     take(into, ticker::clock::time_point::max());
     into.base = plan_.compares && !based_ && !into.away;
     based_ = based_ || into.base;
-    // A server that is away is waited for, unless a single report was asked for.
+    // Reports that a server misses while it is away count, too.
     done_ += !into.base;
     return true;
 }
@@ -105,7 +105,7 @@ void server_source::ask_now(const std::vector<const subject*>& wanted,
 void server_source::take(report& into, ticker::clock::time_point until) {
     server_.begin_round();
     into.away = !server_.connect();
-    if (into.away) // a server that comes back is asked for everything
+    if (into.away) // after its return it is asked for everything
         for (opened& each : subjects_)
             each.not_before = 0;
     library_output::take();

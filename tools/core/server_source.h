@@ -12,7 +12,7 @@
 
 namespace tools {
 
-/// A time by both clocks of a sample; see there.
+/// A time by both clocks that a sample has.
 struct moment {
     std::chrono::system_clock::time_point time;
     double seconds;
@@ -22,14 +22,14 @@ moment moment_now();
 /// What a server is asked for, and when.
 struct server_plan {
     std::vector<const subject*> subjects;
-    std::vector<const subject*> unseen; ///< asked too, but only for what is learned of the queries
+    std::vector<const subject*> unseen; ///< asked too, but not shown: what `monitor` is about
     selection chosen;
     schedule when;
     double first_interval = 0;   ///< seconds from the first report to the second; 0: as the others
-    bool compares = false;       ///< a first report is taken for the next one to be compared with
+    bool compares = false;       ///< takes a first report, for the next one to be compared with
     bool library_report = false; ///< ask for the library's own reports in place of samples
-    /// Ask only every ten seconds for what the board lacks, and for what changes slowly: those
-    /// reports are without it.
+    /// Asks for what the board lacks, and for what changes slowly, only every ten seconds. The
+    /// reports between are without it.
     bool sparing = false;
     std::function<moment()> clock = moment_now;
 };

@@ -17,8 +17,8 @@ namespace tools {
 
 // ---------------------------------------------------------------------------------- the mailbox
 
-/// Reports on their way from the sources' threads. Holds few of each: where the output cannot keep
-/// up, a source waits, and later ticks are skipped.
+/// Reports on their way from the sources' threads. It holds few of each source: if the output
+/// cannot keep up, the source waits, and later ticks are skipped.
 class session::mailbox {
 public:
     struct letter {
@@ -33,7 +33,7 @@ public:
     mailbox& operator=(const mailbox&) = delete;
 
     int descriptor() const { return filled_; }
-    /// Waits for room. @return whether anybody still takes letters
+    /// Waits for room. @return whether letters are still taken
     bool put(letter&& one) {
         std::unique_lock<std::mutex> guard(lock_);
         taken_.wait(guard, [this] { return letters_.size() < most_letters || closed_; });
@@ -49,7 +49,7 @@ public:
         taken_.notify_all();
         return std::exchange(letters_, {});
     }
-    /// Lets no source wait any more.
+    /// Ends the waiting of all sources.
     void close() {
         const std::lock_guard<std::mutex> guard(lock_);
         closed_ = true;
@@ -127,7 +127,7 @@ bool session::run(stop_signal& stop) {
     const int keyboard = output_.keyboard();
     const int timeout_ms = keyboard == -1 ? -1 : 500;
     if (keyboard != -1)
-        output_.take_keys(*this); // which may choose what is asked for first
+        output_.take_keys(*this); // the output may choose what is asked for first
     start();
     std::size_t ended = 0;
     while (ended < sources_.size() && !to_.is_closed() &&
@@ -197,7 +197,7 @@ void session::take_answer(running& from, answer& got, bool base) {
     const subject& what = *got.what;
     rate_former& rates = from.rates_of(what);
     if (got.code < 0 || !got.failure.empty()) {
-        // What was sampled before an outage says nothing of the time since the server is back.
+        // After an outage the next sample must not be compared with one from before it.
         rates.forget();
         from.failing.insert(&what);
         const bool refused = got.failure.empty() && got.is_servers_own;
@@ -227,7 +227,7 @@ void session::take_answer(running& from, answer& got, bool base) {
         output_.show({what, from.from->host(), got.figures, interval});
 }
 
-// On the page of everything nothing was asked for by name.
+// On the page without a subject nothing was asked for by name, so nothing is at fault.
 void session::take_faults(running& from, const sample& figures) {
     if (!plan_.named)
         return;

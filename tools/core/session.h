@@ -27,7 +27,7 @@ struct session_plan {
 /// What a user is told where a server answers with the negative @p code.
 std::string refusal_text(const subject& what, int code);
 
-/// Runs sources, each in a thread of its own, so that one that is silent holds up none.
+/// Runs sources, each in a thread of its own, so that a silent one does not delay the others.
 class session : private session_controls {
 public:
     /// @param shown what samples are given to
@@ -37,7 +37,7 @@ public:
             writer& to, std::ostream& err);
     ~session() override;
 
-    /// Runs until all sources have ended, @p stop asks to, or nobody reads on.
+    /// Runs until all sources have ended, @p stop is set, or the reader of the output has gone.
     /// @return whether all that was asked for could be shown
     bool run(stop_signal& stop);
 

@@ -23,9 +23,9 @@ struct answer {
 
 /// What a source gave at one time.
 struct report {
-    bool base = false; ///< taken only for the next one to be compared with
-    bool away = false; ///< nobody answered, at least not to the last query
-    bool gap = false;  ///< no rates are formed from the report before
+    bool base = false; ///< only for the next one to be compared with; not shown
+    bool away = false; ///< the last query, or all, got no answer
+    bool gap = false;  ///< it is not compared with the report before
     std::vector<answer> answers;
 };
 
@@ -34,7 +34,7 @@ class source {
 public:
     virtual ~source() = default;
 
-    /// What its rows are told apart by where there are several sources.
+    /// Its name. With several sources, rows carry it.
     virtual const std::string& host() const = 0;
     /// Waits for the next report's time and takes it.
     /// @return whether there was one more; not after `cancel`
@@ -43,11 +43,10 @@ public:
     virtual void cancel() = 0;
     /// Reports from now on come every @p seconds. From any thread.
     virtual void set_interval(double /*seconds*/) {}
-    /// Of a source that stands still between reports: goes @p reports further, or back if that is
+    /// For sources that stand still between reports: moves @p reports forward, or back if that is
     /// negative. From any thread.
     virtual void step(long /*reports*/) {}
-    /// Of such a source: lets the reports follow one another at the interval, or stands still. From
-    /// any thread.
+    /// For such sources: starts or stops giving reports at the interval. From any thread.
     virtual void set_playing(bool /*on*/) {}
     /// Only these subjects are asked for from now on, at once for the first time. From any thread.
     virtual void set_subjects(const std::vector<const subject*>& /*wanted*/) {}

@@ -4,8 +4,8 @@
 
 namespace tools {
 
-/// Takes SIGINT, SIGTERM, SIGHUP and SIGQUIT away from every thread started later, and SIGPIPE from
-/// the process, so that they interrupt nothing half done. Construct one, before any thread.
+/// Blocks SIGINT, SIGTERM, SIGHUP and SIGQUIT in every thread started later, and SIGPIPE in the
+/// process, so that they interrupt nothing half done. Construct one, before any thread.
 class stop_signal {
 public:
     stop_signal();

@@ -1,4 +1,4 @@
-// What a subject is: fields declared once, and how a server is asked for them. A subject is one
+// A subject: fields declared once, and the function that asks a server for them. A subject is one
 // file in tools/subject/ that ends in one registration such as
 //
 //     const subject_registration registered({
@@ -36,9 +36,9 @@ struct subject {
     /// Makes what asks one server; called once for each server.
     asker (*open)(const selection& chosen);
 
-    /// What a user is told where a server has no such thing (-ENODEV); empty: the error's text.
+    /// Message for a server that has no such thing (-ENODEV); empty: the error's text.
     const char* lacking = "";
-    /// What a user is told of another error of the server's; empty: its own text. May be null.
+    /// Message for another error of the server; an empty result: the error's text. May be null.
     std::string (*explain)(int code) = nullptr;
     /// Writes the library's own report. @return as an asker. May be null: there is none
     int (*library_report)(board& server, std::ostream& out) = nullptr;
@@ -65,12 +65,12 @@ struct subject {
     /// Position of the field @p field_name.
     /// @throws std::logic_error if there is none
     std::size_t index_of(std::string_view field_name) const;
-    /// Whether two samples tell more than one.
+    /// Whether it has rates, which need two samples.
     bool has_rates() const;
 };
 
-/// Adds a fault for each CPU that was asked for and that no row of @p into names in its first
-/// value.
+/// Adds a fault for each CPU that was asked for and has no row in @p into. The first value of a row
+/// is its CPU.
 void miss_cpus(const char* subject_name, const selection& chosen, sample& into);
 
 /// All subjects, by their places.

@@ -9,7 +9,7 @@
 
 namespace tools {
 
-/// A point in time, some of which is only known once it is known what it is about.
+/// A point in time as it was typed. Two of its forms mean a date only within a recording.
 struct given_time {
     enum class form {
         absolute, ///< 2026-11-21T03:00[:00[.5]][Z|+01:00], or without its time of day

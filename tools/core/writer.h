@@ -17,10 +17,10 @@ public:
     /// Writes out what was added; gives up, and drops it, at the first error.
     void flush();
 
-    /// Whether nobody will read on, or an error was met: nothing more is written.
+    /// Whether the reader has gone or an error was met. Nothing more is written then.
     bool is_closed() const { return error_ != 0; }
-    /// The error that lost text, as errno; 0 if none did. A reader that went away lost nothing
-    /// that it wanted.
+    /// The error by which text was lost, as errno; 0 if none was. A reader that goes away is no
+    /// error.
     int error() const;
 
     std::string text; ///< what was not written out yet

@@ -1,5 +1,5 @@
-// What a block of the live screen is: lines made from what is known of a board. A block is one file
-// in tools/live/block/ that ends in one registration such as
+// A block of the live screen: lines made from what is known of a board. A block is one file in
+// tools/live/block/ that ends in one registration such as
 //
 //     const block_registration registered({"memory", 20, {1, 1, 1}, draw});
 #ifndef MONCL_TOOLS_LIVE_BLOCK_H
@@ -12,7 +12,7 @@
 
 namespace tools::live {
 
-/// What a block is drawn for.
+/// What a block is drawn from, and the room that it has.
 struct block_request {
     const board_view& board;
     int width;      ///< columns
@@ -21,7 +21,7 @@ struct block_request {
     drawing_set with;
 };
 
-/// Heights of a screen that blocks differ for.
+/// Heights of a screen. Blocks have a different number of lines at each.
 enum class screen_height { low, middle, high };
 
 /// One block.

@@ -42,7 +42,7 @@ std::optional<double> latest_sample::sum(std::string_view field_name) const {
 board_view::board_view(std::string name) : host(std::move(name)), last_answer(clock::now()) {}
 
 void board_view::take(const shown_sample& each) {
-    // Somebody went back in a recording: what came later is not the past any more.
+    // After a step back in a recording the graphs must not show what came later.
     if (each.figures.time < time)
         for (graph* past : {&cpu, &network, &disk, &accelerator})
             past->values = {};
@@ -53,7 +53,7 @@ void board_view::take(const shown_sample& each) {
 void board_view::end_report(bool is_away, clock::time_point now) {
     away = is_away;
     if (away) {
-        samples_.clear(); // what was true then need not be true now
+        samples_.clear(); // they may be out of date when it returns
     } else {
         last_answer = now;
     }

@@ -1,5 +1,5 @@
-// What the live screen knows of one board: the latest sample of each subject and some figures'
-// past.
+// What the live screen keeps of one board: the latest sample of each subject, and the past of some
+// figures.
 #ifndef MONCL_TOOLS_LIVE_BOARD_VIEW_H
 #define MONCL_TOOLS_LIVE_BOARD_VIEW_H
 
@@ -24,14 +24,15 @@ struct latest_sample {
     std::optional<double> number(std::size_t at, std::string_view field_name) const;
     /// The value of the field @p field_name of row @p at, as a table shows it.
     std::string text(std::size_t at, std::string_view field_name) const;
-    /// The sum of a field over all rows that sum up no others; nothing if none is known.
+    /// The sum of a field over all rows, those left out that are sums themselves; nothing if none
+    /// is known.
     std::optional<double> sum(std::string_view field_name) const;
 };
 
 /// One graph of a board.
 struct graph {
     const char* title;
-    bool is_percent; ///< of a scale that ends at 100; else bytes in a second
+    bool is_percent; ///< its scale ends at 100; otherwise it is in bytes per second
     history values;
 };
 

@@ -110,7 +110,7 @@ std::vector<styled_line> flow(const std::string& title, const std::vector<styled
         std::size_t used = indent.size();
         const bool last_line = static_cast<int>(lines.size()) + 1 == rows;
         for (; next < items.size(); ++next) {
-            // The last line keeps room for what says that others follow.
+            // The last line keeps room for "+12 more".
             const std::string more = " +" + std::to_string(items.size() - next) + " more";
             const bool is_last_item = next + 1 == items.size();
             const std::size_t kept = last_line && !is_last_item ? more.size() : 0;

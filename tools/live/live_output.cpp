@@ -65,8 +65,8 @@ public:
             changed_ = true;
         }
         take_messages();
-        // Between reports that are far apart the clock in the header goes on, and so does the time
-        // that a server has been away.
+        // Reports may be far apart, but the clock in the header and the time that a server has been
+        // away must move on.
         const bool is_old = board_view::clock::now() - drawn_ > std::chrono::milliseconds(1100);
         if (changed_ || (is_old && clock_text() != drawn_clock_))
             draw();

@@ -61,7 +61,7 @@ bool matches(const std::vector<text_column>& columns, std::size_t at, const std:
            });
 }
 
-// The order that somebody chose, if the table has that figure; else the subject's own.
+// The order chosen by key for the processes; the subject's own for all others.
 std::string order_for(const subject& what, const page_state& state) {
     if (std::string_view(what.name) == "top")
         return state.order_by;
@@ -81,7 +81,7 @@ table_extent draw_table(canvas& to, int top, const latest_sample& from, const pa
             shown.push_back(i);
     std::vector<std::size_t> widths;
     widen(columns, widths);
-    // The name of what a row is about is the widest, and stands last where rows are cut off.
+    // The command is the widest column, so it goes last, where rows are cut off.
     std::stable_partition(columns.begin(), columns.end(),
                           [](const text_column& each) { return each.heading != "COMMAND"; });
     drop_columns(columns, static_cast<std::size_t>(to.columns()));

@@ -15,7 +15,7 @@ namespace tools::live {
 
 namespace {
 
-/// What a look is on a terminal.
+/// The colour and attributes of a look.
 struct appearance {
     short foreground; ///< one of ncurses' colours; -1: the terminal's own
     attr_t attributes;
@@ -37,7 +37,8 @@ const appearance appearances[look_count] = {
     {COLOR_RED, A_BOLD},       // alarm
 };
 
-// For the handler of crashes, which may call nothing that allocates: what gives the terminal back.
+// Prepared in advance, because the crash handler that restores the terminal by them must not
+// allocate.
 termios original_modes;
 std::string leave_sequence;
 constexpr int crashes[] = {SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL};
@@ -105,7 +106,7 @@ std::unique_ptr<terminal> terminal::open(bool colour) {
         tcgetattr(STDIN_FILENO, &original_modes) != 0)
         return nullptr;
     auto taken = std::make_unique<curses>();
-    // Not initscr, which ends the process where the terminal is unknown.
+    // initscr would end the process if the terminal is unknown.
     taken->screen = newterm(nullptr, stdout, stdin);
     if (taken->screen == nullptr)
         return nullptr;
@@ -148,7 +149,7 @@ terminal::terminal(std::unique_ptr<curses> taken) : curses_(std::move(taken)) {
 terminal::~terminal() {
     for (const int number : crashes)
         std::signal(number, SIG_DFL);
-    flushinp(); // what was typed and not read is not for the shell
+    flushinp(); // keys that were typed and not read must not reach the shell
     endwin();
     delscreen(curses_->screen);
 }

@@ -15,7 +15,8 @@ namespace tools::live {
 class terminal {
 public:
     /// Takes the terminal over.
-    /// @return null if standard input and output are none, or one that cannot place its cursor
+    /// @return null if standard input or output is no terminal, or if the terminal cannot place its
+    /// cursor
     static std::unique_ptr<terminal> open(bool colour);
     ~terminal();
     terminal(const terminal&) = delete;

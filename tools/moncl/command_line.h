@@ -25,7 +25,7 @@ enum exit_status {
 
 /// A command line that was understood, or the status to end with.
 struct invocation {
-    bool ends = false; ///< there is nothing to do: end with `status`
+    bool ends = false; ///< the program ends at once, with `status`
     int status = exit_ok;
 
     const command* does = nullptr;              ///< null: shows subjects
@@ -33,7 +33,7 @@ struct invocation {
     std::map<std::string, std::string> options; ///< the command's own, by name
 
     std::vector<const subject*> subjects; ///< for a command: empty if none was named
-    bool summary = false; ///< no subject was named: the page that sums the machine up
+    bool summary = false;                 ///< no subject was named: one page about the machine
     selection chosen;
     schedule when;
 

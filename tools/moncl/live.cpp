@@ -14,7 +14,7 @@
 namespace tools {
 
 namespace {
-// The signals that a terminal's owner handles, kept away from every thread started meanwhile.
+// Blocks the signals that the terminal's owner handles in every thread started meanwhile.
 class terminal_signals {
 public:
     terminal_signals() {

@@ -13,15 +13,16 @@
 
 namespace tools {
 
-/// Makes the sources for reports every so many seconds; what there is to say goes to the stream.
+/// Makes sources that report every @p interval seconds. Messages go to @p messages.
 using live_sources =
     std::function<std::vector<std::unique_ptr<source>>(double interval, std::ostream& messages)>;
 
-/// Whether the live screen is what was asked for: nothing in particular, on a terminal.
+/// Whether to show the live screen: on a terminal, if no subject, form or count was given.
 bool wants_live_screen(const invocation& called);
 
-/// Shows what @p open makes until somebody leaves. What the sources need outlives this call.
-/// @return the exit status; nothing if the terminal is not fit for it
+/// Shows the sources that @p open makes until the user leaves. What the sources need outlives this
+/// call.
+/// @return the exit status; nothing if the terminal cannot show a screen
 std::optional<int> show_live(const invocation& called, const live_sources& open);
 
 /// Shows the servers that were asked for.

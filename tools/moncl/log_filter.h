@@ -4,7 +4,8 @@
 
 namespace tools {
 
-/// Whether the library's log lines are shown. The program says in its own words what went wrong.
+/// Whether the library's log lines are shown. They are off by default, because the program has
+/// messages of its own.
 extern bool show_log;
 
 } // namespace tools

@@ -69,7 +69,7 @@ server_plan plan_for(const invocation& called, const output& shown) {
     plan.when = called.when;
     plan.library_report = called.library_report;
     plan.compares = compares(called.subjects, shown);
-    // There is something to learn of queries only if there are some.
+    // Subjects about queries alone have nothing to show, so the other subjects are asked as well.
     if (std::all_of(called.subjects.begin(), called.subjects.end(),
                     [](const subject* each) { return each->asks_nobody; }))
         for (const subject* each : all_subjects())
@@ -79,7 +79,8 @@ server_plan plan_for(const invocation& called, const output& shown) {
 }
 
 int show_subjects(const invocation& called, std::ostream& err) {
-    // The next descriptor that is opened would take its number, and what is shown.
+    // If standard output is closed, the next descriptor opened gets its number and would receive
+    // the text.
     if (fcntl(STDOUT_FILENO, F_GETFD) == -1)
         throw std::runtime_error(std::string("cannot write: ") + std::strerror(errno));
     stop_signal stop; // before any thread
@@ -160,7 +161,8 @@ session_plan plan_of_session(const invocation& called) {
 }
 
 int run_program(std::vector<std::string> arguments, std::ostream& out, std::ostream& err) {
-    // Characters are counted as the terminal shows them; figures keep their '.' decimals.
+    // Only LC_CTYPE is set: the width of characters follows the terminal, and decimals keep their
+    // '.'.
     if (std::setlocale(LC_CTYPE, "") == nullptr)
         std::setlocale(LC_CTYPE, "C.UTF-8");
     const invocation called = read_command_line(std::move(arguments), out, err);

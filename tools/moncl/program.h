@@ -39,14 +39,14 @@ server_set make_server_sources(const invocation& called, const output& shown, st
 /// Makes the output that was asked for, for samples of that many sources.
 std::unique_ptr<output> make_output(const invocation& called, std::size_t sources, writer& to);
 
-/// How a session treats what was asked for.
+/// The session's part of what was asked for.
 session_plan plan_of_session(const invocation& called);
 
 /// Whether to use colours: as @p asked ("auto", "always" or "never"), then by NO_COLOR and
 /// CLICOLOR_FORCE, then on a terminal only.
 bool wants_colour(const std::string& asked, bool terminal);
 
-/// Whether rates are of use to @p shown and the subjects have some.
+/// Whether @p shown wants rates and any of the subjects has some.
 bool compares(const std::vector<const subject*>& subjects, const output& shown);
 
 } // namespace tools

@@ -36,7 +36,7 @@ recording_options options_of(const invocation& called) {
     return options;
 }
 
-// All that the host may have. What `monitor` knows is this program's own, not the host's.
+// All that the host may have. `monitor` is about this program, not about the host.
 std::vector<const subject*> subjects_of_host(const selection& chosen) {
     std::vector<const subject*> all;
     for (const subject* each : all_subjects())

@@ -88,7 +88,7 @@ std::vector<std::string> hosts_of(const invocation& called) {
     std::vector<std::string> hosts = recorded_hosts(called.from);
     if (!called.host.empty())
         hosts = {called.host};
-    // One that has nothing of that time does not hide the others.
+    // A host without reports in that time must not hide the others.
     std::vector<std::string> present;
     std::string fault = called.from + " has no reports";
     for (const std::string& host : hosts) {

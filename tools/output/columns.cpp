@@ -11,8 +11,7 @@
 namespace tools {
 
 namespace {
-// Texts stand at the left, and numbers at the right, also those that are names, such as process
-// ids.
+// Texts are aligned left and numbers right, also numbers that are names, such as process ids.
 bool stands_left(const field& f, const std::vector<std::string>& cells) {
     const bool is_text = f.what == kind::label || f.what == kind::text;
     return is_text && std::any_of(cells.begin(), cells.end(), [](const std::string& cell) {

@@ -15,7 +15,7 @@ namespace tools {
 struct text_column {
     std::string heading;
     std::vector<std::string> cells;
-    bool left = false;     ///< cells stand at the left, as texts do
+    bool left = false;     ///< cells are aligned left, as texts are
     int rank = 0;          ///< columns of the highest rank go first; those of rank 0 stay
     std::size_t width = 0; ///< on the terminal
     bool dropped = false;
@@ -24,8 +24,8 @@ struct text_column {
     static text_column of(std::string heading, const std::string& text, std::size_t rows);
 };
 
-/// The positions of the rows of @p figures: by the field @p order_by, the greatest first and what
-/// is unknown last, or as they came if that is empty.
+/// The positions of the rows of @p figures, ordered by the field @p order_by: the greatest first,
+/// unknown ones last. Without a field they stay as they came.
 std::vector<std::size_t> order_of(const subject& what, const sample& figures,
                                   std::string_view order_by);
 
@@ -34,8 +34,8 @@ std::vector<std::size_t> order_of(const subject& what, const sample& figures,
 std::vector<text_column> columns_of(const subject& what, const sample& figures,
                                     const std::vector<std::size_t>& rows, bool with_counters);
 
-/// Gives each column the width of its widest cell, and at least what it had in @p widths, which is
-/// updated, so that later tables stand below this one.
+/// Gives each column the width of its widest cell, and at least that of @p widths. Updates @p
+/// widths, so that the columns of later tables stand below these.
 void widen(std::vector<text_column>& columns, std::vector<std::size_t>& widths);
 
 /// Drops columns until a line is no wider than @p room, or only columns of rank 0 are left.

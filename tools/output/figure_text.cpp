@@ -46,7 +46,7 @@ std::optional<double> number_in_unit(const field& of, const value& v) {
 }
 
 void append_number(std::string& to, double number) {
-    // In integers this takes a fifth of the time, and there is room for nine digits before the
+    // Integers take a fifth of the time that doubles take, and have room for nine digits before the
     // point.
     if (std::abs(number) >= 1e9) {
         to += fixed(number, 0);
@@ -100,7 +100,7 @@ std::string cell_text(const field& of, const value& v) {
         return fixed(*number / 1e6, 1);
     case unit::celsius:
         return fixed(*number, 1);
-    case unit::seconds: // those of a query are microseconds
+    case unit::seconds: // queries take microseconds
         return fixed(*number, *number < 1 ? 6 : 3);
     case unit::percent:
     case unit::per_second:

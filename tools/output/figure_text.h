@@ -21,8 +21,8 @@ void append_plain(std::string& to, const field& of, const value& v);
 /// left out.
 void append_number(std::string& to, double number);
 
-/// @p v for a person, in the unit that the column's heading tells; "-" for what is unknown. Texts
-/// cannot steer a terminal.
+/// @p v for a person, in the unit of the column's heading; "-" for what is unknown. Texts cannot
+/// steer a terminal.
 std::string cell_text(const field& of, const value& v);
 
 /// @p bytes with one decimal and a unit letter, such as 1.5M.

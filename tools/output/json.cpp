@@ -21,7 +21,7 @@ void append_string(std::string& to, const std::string& text) {
         to += '"';
         return;
     }
-    // Names are the processes' own to choose: not all of them are UTF-8.
+    // Processes choose their names themselves, so some are not UTF-8.
     using nlohmann::json;
     to += json(text).dump(-1, ' ', false, json::error_handler_t::replace);
 }

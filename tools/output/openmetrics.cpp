@@ -194,7 +194,7 @@ void exposition::add_row(const subject& what, const std::string& labels, const r
     }
 }
 
-// Texts describe a row: they are the labels of a metric that is always 1.
+// Texts describe a row, so they become labels of a metric that is always 1.
 void exposition::add_info(const subject& what, const std::string& labels, const row& r) {
     const auto described = info_labels(what, labels, r);
     if (!described)
@@ -248,7 +248,7 @@ std::string exposition::take() {
     for (const auto& [name, each] : families_) {
         if (each.lines.empty())
             continue;
-        // The older form knows no suffixes: what it declares is the name of the lines.
+        // The older form has no suffixes, so it declares the name of the lines.
         const std::string_view type = each.type;
         std::string declared = name;
         if (older && type == "counter")

@@ -14,14 +14,14 @@ namespace tools {
 /// Which form of exposition.
 enum class metrics_form { openmetrics, prometheus };
 
-/// What a field's lines are called, and what stands above them.
+/// The name of a field's lines, and the declarations above them.
 struct metric_names {
     std::string family;
     const char* type;
     const char* unit; ///< may be empty
     const char* help;
     std::string line;  ///< starts each line
-    std::string share; ///< label that tells its lines from others of the family; may be empty
+    std::string share; ///< label by which its lines differ from others of the family; may be empty
 };
 
 /// The names of the field @p f; nothing for one that has no lines.
@@ -45,9 +45,9 @@ void append_line_start(std::string& to, const std::string& name, const std::stri
 /// Appends @p v, which is a number, in the metric's unit.
 void append_metric_value(std::string& to, const field& f, const value& v);
 
-/// Gathers the metrics of one scrape. Base units: percents become ratios. Rates are left out, for
-/// Prometheus forms its own; what is unknown has no line; of rows with equal labels the first
-/// counts.
+/// Gathers the metrics of one scrape. Values are in base units, so percents become ratios. Rates
+/// are omitted, because Prometheus forms its own. An unknown value has no line. Of rows with equal
+/// labels only the first is kept.
 class exposition {
 public:
     /// @param with_host label all rows with their host
@@ -75,7 +75,7 @@ private:
     struct metric {
         family* to = nullptr;
         std::string name;  // of its lines
-        std::string label; // that tells it from others of its family; may be empty
+        std::string label; // by which it differs from others of its family; may be empty
     };
 
     const std::vector<metric>& metrics_of(const subject& what);

@@ -22,7 +22,7 @@ constexpr std::size_t most_held_back = 600; // ticks, while the file cannot be w
 constexpr std::size_t most_notes = 1000;    // of a run
 constexpr std::uint64_t usual_wal = 4U << 20;
 
-/// The file as long as it is recorded to: no other process gets it.
+/// Keeps other processes from recording to the same file.
 class writer_lock {
 public:
     explicit writer_lock(const std::string& path)
@@ -34,8 +34,8 @@ public:
         close(fd_);
         throw std::runtime_error("another process is recording to " + path);
     }
-    // Closing any descriptor of the file takes away the locks that SQLite holds on it: this goes
-    // last.
+    // Closing any descriptor of the file releases the locks that SQLite holds on it, so this one is
+    // closed last.
     ~writer_lock() { close(fd_); }
     writer_lock(const writer_lock&) = delete;
     writer_lock& operator=(const writer_lock&) = delete;
@@ -113,7 +113,7 @@ private:
     std::vector<tick_row> ticks_;
     std::vector<event> events_;
     std::int64_t latest_ = 0;  // tick; before the first report the one that it will have
-    std::int64_t deleted_ = 0; // ticks below it are
+    std::int64_t deleted_ = 0; // all ticks below it are deleted
     std::int64_t run_ = 0;
     std::uint64_t page_bytes_ = 0;
     std::uint64_t main_bytes_ = 0; // how large the file may become without its log; 0: no limit
@@ -123,7 +123,7 @@ private:
     std::chrono::system_clock::time_point time_;
     std::chrono::system_clock::time_point start_time_;
     std::uint64_t lost_ = 0;
-    std::uint64_t lost_before_ = 0; // what of it was said
+    std::uint64_t lost_before_ = 0; // how much of it was reported
     bool finished_ = false;
     std::string failing_; // why the file cannot be written now
     bool full_of_series_ = false;
@@ -266,7 +266,7 @@ void recording::file::commit() {
         return;
     for (auto& each : subjects_)
         each.second.hand_over();
-    if (!finished_ && log_is_too_long()) { // the last of a run is written all the same
+    if (!finished_ && log_is_too_long()) { // the last commit of a run is written all the same
         fail("a reader of it keeps its log at " + std::to_string(log_bytes() >> 20) + " MB");
         return;
     }
@@ -311,8 +311,8 @@ std::uint64_t recording::file::log_bytes() const {
     return stat((path_ + "-wal").c_str(), &log) == 0 ? static_cast<std::uint64_t>(log.st_size) : 0;
 }
 
-// A reader in the middle of a query needs the log as it is, so that it only grows until the reader
-// has ended.
+// While a reader is in the middle of a query SQLite cannot empty the log, so it grows until the
+// reader has ended.
 bool recording::file::log_is_too_long() {
     if (log_bytes() < options_.max_wal_bytes)
         return false;
@@ -367,14 +367,14 @@ void recording::file::write_events() {
     }
 }
 
-// Pages of what is deleted are used again: the file stops growing, and never shrinks.
+// SQLite uses the pages of deleted rows again, so the file stops growing but never shrinks.
 void recording::file::delete_oldest() {
     const std::int64_t oldest = deleted_;
     if (options_.keep_seconds > 0) {
         const auto keep = std::chrono::duration<double>(options_.keep_seconds);
         const auto since =
             time_ - std::chrono::duration_cast<std::chrono::system_clock::duration>(keep);
-        // Not a few at each commit.
+        // Many ticks at once, not a few at each commit.
         if (const std::int64_t last = last_tick_before(since); last >= deleted_ + longest_span)
             delete_before(last + 1);
     }
@@ -425,7 +425,8 @@ void recording::file::finish() {
     end.bind(1, value(std::chrono::duration<double>(time_.time_since_epoch()).count()));
     end.bind(2, run_);
     end.run();
-    // Without its log the file can be read where nothing can be written. Fails while others read.
+    // Without its log the file can be read from a folder that cannot be written to. This fails
+    // while others read.
     sqlite3_busy_timeout(file_.handle(), 0);
     sqlite3_exec(file_.handle(), "PRAGMA journal_mode = DELETE", nullptr, nullptr, nullptr);
 }
@@ -438,7 +439,7 @@ recording::recording(const std::string& path, recording_options options, std::os
 recording::~recording() {
     try {
         file_->finish();
-    } catch (const std::exception&) { // was said when it was met first
+    } catch (const std::exception&) { // it was reported when it was met first
         return;
     }
 }

@@ -13,7 +13,7 @@
 
 namespace tools {
 
-/// What becomes of a recording.
+/// How often a recording is written, and what limits its size.
 struct recording_options {
     double sync_seconds = 10;    ///< at most this much is lost by a kill
     double keep_seconds = 0;     ///< older reports are deleted; 0: none
@@ -22,11 +22,11 @@ struct recording_options {
                                   << 20; ///< recording pauses when a reader keeps the log at that
 };
 
-/// Records. A file has one writer at a time, and any number of readers.
+/// Writes samples to a file, which has one writer at a time and any number of readers.
 class recording : public output {
 public:
     /// Opens or makes @p path.
-    /// @param err what goes wrong on the way, and what was mended, is said here
+    /// @param err where faults and repairs are reported
     /// @throws std::runtime_error if it cannot be recorded to, with the cause
     recording(const std::string& path, recording_options options, std::ostream& err);
     /// Writes what is still held back, as `finish` does.

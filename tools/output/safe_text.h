@@ -14,9 +14,8 @@ std::string safe_text(std::string_view text);
 /// @p text with every byte that is no UTF-8 replaced by U+FFFD, for forms that must be UTF-8.
 std::string valid_utf8(std::string_view text);
 
-/// Columns that @p text, which must be UTF-8, takes up on a terminal; wide characters take two.
-/// Asks the C library, hence needs LC_CTYPE to be a UTF-8 locale: else each character counts as
-/// one.
+/// Columns that @p text, which must be UTF-8, takes up on a terminal; wide characters take two. The
+/// C library decides, so LC_CTYPE must be a UTF-8 locale; otherwise each character counts as one.
 std::size_t display_width(std::string_view text);
 
 /// The characters of @p text; what is no UTF-8 is left out.

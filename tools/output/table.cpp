@@ -16,7 +16,7 @@ public:
     table(const output_options& options, writer& to) : options_(options), to_(to) {}
 
     void show(const shown_sample& each) override {
-        // A heading alone says nothing where it is said already why there are no rows.
+        // No heading without rows where a message has given the reason already.
         if (each.figures.rows.empty() &&
             (options_.summary || each.figures.ended || !each.figures.faults.empty()))
             return;
@@ -47,7 +47,8 @@ private:
         std::vector<std::size_t> order = order_of(each.what, each.figures, each.what.order_by);
         if (!options_.summary)
             return order;
-        // Room on the page is for what is in use.
+        // The page without a subject has few rows, so rows that are all 0 come last and are left
+        // out.
         const auto in_use = std::stable_partition(
             order.begin(), order.end(), [&](std::size_t i) { return is_in_use(each, i); });
         if (in_use != order.begin())
@@ -68,7 +69,7 @@ private:
         return false;
     }
 
-    // Those of the subject, and before them the time or what stands in its place, and the host.
+    // The time or what stands in its place, the host, and the columns of the subject.
     std::vector<text_column> all_columns(const shown_sample& each,
                                          const std::vector<std::size_t>& rows,
                                          const std::string& first) const {

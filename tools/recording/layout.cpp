@@ -8,7 +8,7 @@ namespace tools {
 
 namespace {
 constexpr double millionth = 1e-6;
-// Beyond it a number of millionths would not fit into an integer.
+// A greater number would not fit into an integer of millionths.
 constexpr double millionths_max = 9e12;
 
 const char* unit_text(unit in) {
@@ -36,7 +36,7 @@ std::string figure_expression(const field& f) {
     return f.per_unit == 1 ? column : column + " / " + std::to_string(f.per_unit) + ".0";
 }
 
-// The two bounds of `d.key` let SQLite start from the ticks, those of `t.tick` from the rows.
+// By the two bounds of `d.key` SQLite can start from the ticks, by those of `t.tick` from the rows.
 std::string view_of(const subject& what, const recorded_fields& fields) {
     const std::string bits = std::to_string(series_bits);
     std::string sql = "DROP VIEW IF EXISTS " + table_name(what, "") + ";CREATE VIEW " +

@@ -33,7 +33,7 @@ constexpr std::int64_t key_of(std::int64_t tick, std::int64_t series = 0) {
 constexpr std::int64_t tick_of(std::int64_t key) {
     return key >> series_bits;
 }
-/// The ticks that a row stands for, whatever a damaged file says.
+/// The ticks that a row stands for, clamped because the file may be damaged.
 constexpr std::int64_t span_of(std::int64_t ticks) {
     return ticks < 0 ? 0 : ticks > longest_span ? longest_span : ticks;
 }
@@ -41,8 +41,8 @@ constexpr std::int64_t series_of(std::int64_t key) {
     return key & series_max;
 }
 
-/// The fields of a subject that are recorded, as positions among its fields: rates are formed from
-/// counters when they are wanted.
+/// The fields of a subject that are recorded, as positions among its fields. Rates are not: they
+/// are formed from counters when they are wanted.
 struct recorded_fields {
     explicit recorded_fields(const subject& what);
     std::vector<std::size_t> words;   ///< labels and texts
@@ -52,9 +52,9 @@ struct recorded_fields {
 /// Whether numbers of @p f with a fraction are expected: those are kept as integers of millionths,
 /// which take up less.
 bool kept_in_millionths(const field& f);
-/// @p v as the file has it.
+/// Converts @p v to what the file keeps.
 value to_stored(const field& f, const value& v);
-/// What was @p stored.
+/// The inverse of `to_stored`.
 value from_stored(const field& f, const value& stored);
 
 /// @p name as SQL has it, in quotes.

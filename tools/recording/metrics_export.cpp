@@ -141,7 +141,7 @@ std::vector<metrics_export::thing> metrics_export::things_of(const subject& what
         if (const auto described = info_labels(what, labels, r))
             of.described[*described].push_back(ask.integer(0));
     }
-    // Metrics are summed where they are read.
+    // Rows that are sums are omitted if their parts are there: whoever reads metrics can sum.
     std::vector<thing> all;
     for (auto& each : parts.empty() ? totals : parts)
         all.push_back(std::move(each.second));
@@ -209,7 +209,7 @@ void metrics_export::write_up() {
     }
 }
 
-// As many things at a time as memory shall hold the points of.
+// Writes the things in batches, to limit the points held in memory.
 void metrics_export::write_job(const job& each) {
     if (each.opens_family)
         append_family(to_.text, each.names);

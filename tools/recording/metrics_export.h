@@ -24,8 +24,8 @@ public:
     ~metrics_export();
 
     /// Writes all of it, and stops early if nobody reads on.
-    /// @param progress called now and then with the part that is done, from 0 to 1; what it returns
-    ///                 says whether to go on
+    /// @param progress called now and then with the part that is done, from 0 to 1; returns
+    ///                 whether to go on
     /// @throws std::runtime_error if the file cannot be read
     void run(const std::function<bool(double)>& progress);
 

@@ -34,7 +34,8 @@ std::string as_uri(const std::string& path) {
     return uri + "?immutable=1";
 }
 
-// A recording that has ended can be read where SQLite may not make files beside it.
+// SQLite usually makes files beside the one it reads. A recording that has ended needs none, so it
+// can be read from a folder that cannot be written to.
 std::unique_ptr<database> open_file(const std::string& path) {
     try {
         auto file = std::make_unique<database>(path, SQLITE_OPEN_READONLY);
@@ -229,11 +230,12 @@ std::optional<recorded_tick> recording_reader::find(const std::string& condition
     found.time = from_milliseconds(ask.integer(1));
     found.run = ask.integer(2);
     found.away = ask.integer(4) != 0;
-    // Runs compare by the time of day: their own clocks start anew.
+    // The clock of each run starts anew, so reports of different runs are compared by the time of
+    // day.
     const value started = ask.any(5);
     const auto* start = std::get_if<double>(&started);
     found.seconds = (start == nullptr ? 0 : *start) + static_cast<double>(ask.integer(3)) / 1e6;
-    ask.reset(); // else it would keep the file's log from being emptied
+    ask.reset(); // an open query keeps the file's log from being emptied
     return found;
 }
 
@@ -287,7 +289,7 @@ void recording_reader::load_events() {
                            static_cast<int>(ask.integer(3)), ask.text(4)});
 }
 
-// A subject without rows was refused if it was so last time that something was said of it.
+// A subject without rows was refused if the latest event about it is a refusal.
 void recording_reader::add_events(const recorded_tick& at, std::int64_t notes_since,
                                   answer& to) const {
     const event* refused = nullptr;
@@ -330,7 +332,8 @@ report recording_reader::read(const recorded_tick& at, const std::vector<const s
             got.figures.faults = {path_ + " has no figures of " + what->name};
         }
         add_events(at, notes_since, got);
-        if (at.away && got.figures.rows.empty()) { // it may have answered some queries
+        // With rows, the server had answered this query before it went away.
+        if (at.away && got.figures.rows.empty()) {
             got.code = -ETIMEDOUT;
             got.is_servers_own = false;
         }

@@ -38,7 +38,7 @@ bool is_one_of(const value& v, const std::vector<std::string>& wanted) {
     return text != nullptr && std::find(wanted.begin(), wanted.end(), *text) != wanted.end();
 }
 
-// Subjects that choose their rows themselves also go by what describes them.
+// Subjects that choose their rows themselves compare names with texts as well as labels.
 bool has_name(const subject& what, const std::vector<std::string>& names, const row& r) {
     if (names.empty())
         return true;
@@ -93,7 +93,7 @@ void keep_chosen(const subject& what, const selection& chosen, sample& figures) 
     rows.erase(std::remove_if(rows.begin(), rows.end(),
                               [&](const row& r) { return !is_chosen(what, chosen, r); }),
                rows.end());
-    // Only gauges are there before rates are formed; the busiest things are told by one.
+    // Rates are not formed yet, so only a gauge can say which rows are the busiest.
     if (chosen.rows == 0 || rows.size() <= chosen.rows || *what.order_by == '\0')
         return;
     const std::size_t by = what.index_of(what.order_by);
@@ -109,7 +109,7 @@ void keep_chosen(const subject& what, const selection& chosen, sample& figures) 
 
 std::size_t replay_order::join() {
     const std::lock_guard<std::mutex> guard(lock_);
-    next_.emplace_back(time_point::min()); // nobody is before one that was not asked yet
+    next_.emplace_back(time_point::min()); // a source that was not asked yet comes first
     return next_.size() - 1;
 }
 
@@ -144,7 +144,7 @@ recording_source::recording_source(const std::string& path, const std::string& h
     : reader_(path, host), plan_(std::move(plan)),
       range_(find_range(reader_, plan_.since, plan_.until)), order_(std::move(order)),
       place_(order_->join()), anchor_(range_.first.time) {
-    // Where all reports are wanted the first one is compared with the one before the range.
+    // If all reports are wanted, the first one is compared with the one before the range.
     if (plan_.when.interval > 0 || !plan_.compares)
         return;
     plan_.compares = false;
@@ -194,7 +194,8 @@ long recording_source::wait_for_step() {
     return cancelled_ ? 0 : std::exchange(steps_, 0);
 }
 
-// Going back, the report before the wanted one comes first, for that to be compared with.
+// After a step back the report before the wanted one is given first, for the wanted one to be
+// compared with.
 bool recording_source::read_step(report& into) {
     std::optional<recorded_tick> to = std::exchange(target_, std::nullopt);
     bool compares = false;
@@ -236,7 +237,7 @@ std::string recording_source::away_text() const {
     return host() + " did not answer while it was recorded";
 }
 
-// Of the ticks around the wanted time the nearer one.
+// The nearer of the two ticks around the wanted time.
 std::optional<recorded_tick>
 recording_source::nearest(std::chrono::system_clock::time_point wanted) const {
     const auto later = reader_.from(wanted);
@@ -256,8 +257,8 @@ std::optional<recorded_tick> recording_source::next_tick() {
         return following;
     const auto period =
         std::chrono::duration_cast<std::chrono::system_clock::duration>(plan_.when.period());
-    // Points that fall into a gap are skipped, those of steps that are finer than the recording
-    // too.
+    // Skips points that fall into a gap, and points between two reports if the steps are finer than
+    // the recording.
     const auto passed = (following->time - anchor_) / period;
     points_ = std::max(points_ + 1, static_cast<long>(passed));
     const auto wanted = anchor_ + points_ * period;
@@ -303,8 +304,8 @@ bool recording_source::read_next(report& into) {
     return true;
 }
 
-// A step that is hardly longer for a restart of the recording has its rates all the same: counters
-// went on meanwhile.
+// A restart of the recording is no gap if it makes the step only a little longer, because the
+// host's counters went on meanwhile.
 bool recording_source::is_gap(const recorded_tick& before, const recorded_tick& now) const {
     constexpr double longest = 1.5; // of a step
     return before.run != now.run && now.seconds - before.seconds > longest * plan_.when.interval;
@@ -314,7 +315,7 @@ void recording_source::give(const recorded_tick& at, report& into) {
     into = reader_.read(at, plan_.subjects, at_ ? at_->tick : -1);
     for (answer& each : into.answers) {
         keep_chosen(*each.what, plan_.chosen, each.figures);
-        // What counts from the start of its observer starts again with each run.
+        // Counters with an incarnation may start again with each run, as those of `perf` do.
         constexpr int run_shift = 40;
         for (row& r : each.figures.rows)
             if (r.incarnation != 0)

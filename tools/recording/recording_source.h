@@ -12,7 +12,7 @@
 
 namespace tools {
 
-/// What of a recording is wanted.
+/// Which part of a recording is wanted.
 struct replay_plan {
     std::vector<const subject*> subjects;
     selection chosen;
@@ -47,7 +47,7 @@ class replay_order {
 public:
     using time_point = std::chrono::system_clock::time_point;
 
-    /// Makes room for one more source, before any of them is asked. @return its place
+    /// Adds one more source, before any of them is asked. @return its place
     std::size_t join();
     /// Waits until no other source has an earlier report than the one at @p time.
     /// @param place of the source that asks

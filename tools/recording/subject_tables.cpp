@@ -43,7 +43,7 @@ bool subject_tables::add(std::int64_t host, std::int64_t tick, std::int64_t tick
     for (const row& r : figures.rows) {
         series* of = series_of_row(host, tick, r);
         all = all && of != nullptr;
-        if (of == nullptr || of->seen == tick) // of rows with the same words the first counts
+        if (of == nullptr || of->seen == tick) // of rows with the same words only the first is kept
             continue;
         add_row(*of, tick, tick_before, r);
     }
@@ -65,7 +65,7 @@ void subject_tables::write() {
             insert_series_->bind(static_cast<int>(i) + 5, each.words[i]);
         insert_series_->run();
     }
-    // In the order of keys, pages are filled to their ends.
+    // Inserted in the order of keys, rows fill pages to their ends.
     std::stable_sort(rows_.begin(), rows_.end(),
                      [](const data_row& a, const data_row& b) { return a.key < b.key; });
     for (const data_row& each : rows_) {
@@ -120,7 +120,7 @@ void subject_tables::prepare(database& file) {
                                                         " SET last = ?2 WHERE id = ?1");
 }
 
-// Those that were in use when the latest run ended.
+// Loads the series that were in use when the latest run ended.
 void subject_tables::load_series(database& file, std::int64_t latest_tick) {
     std::string sql = "SELECT id, host, incarnation, is_total";
     for (const std::size_t i : fields_.words)

@@ -49,7 +49,7 @@ field guest_counter(const char* name, const char* help, const char* mode) {
         .share_of("cpu_guest_seconds", "mode", mode);
 }
 
-// A share of the CPU's time; `minus` is what the counter holds besides.
+// A share of the CPU's time. The counters of `minus` are contained in those of `plus`.
 field share(const char* name, const char* help, std::vector<const char*> plus,
             std::vector<const char*> minus = {}) {
     return rate(name, unit::percent, help)

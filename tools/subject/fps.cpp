@@ -45,7 +45,8 @@ int ask(board& server, sample& into) {
     return any ? 0 : refusal;
 }
 
-// The table leaves out what it could not get, without a word. A query after it shows the error.
+// The library's table omits blocks that failed and returns no error. One more query shows the
+// error.
 int report(board& server, std::ostream& out) {
     server.video.sort_all_vio_fps(&out);
     return server.video.get_cim_fps();

@@ -14,7 +14,7 @@ bool is_chosen(const selection& chosen, const std::string& cpu) {
            std::find(chosen.cpus.begin(), chosen.cpus.end(), cpu) != chosen.cpus.end();
 }
 
-// No CPU has a frequency of 0: an answer without a number decodes as 0.
+// An answer without a number decodes as 0, which is no frequency of a CPU.
 value to_hertz(std::uint64_t khz) {
     std::uint64_t hertz = 0;
     if (khz == 0 || __builtin_mul_overflow(khz, hertz_in_khz, &hertz))

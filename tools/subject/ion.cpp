@@ -8,7 +8,7 @@ namespace tools {
 namespace {
 
 constexpr const char* none = "this host has no ion heaps (try --simulate-board)";
-constexpr std::size_t heaps_max = 255; // as many as the byte that counts them can count
+constexpr std::size_t heaps_max = 255; // their count is one byte
 
 int ask(board& server, sample& into) {
     const int code = server.peripherals.get_ion_info(nullptr);

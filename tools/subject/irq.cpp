@@ -98,12 +98,13 @@ void add_line(const interrupt& line, const line_names& names, const interrupt_ta
         return;
     row& sum = into.rows[before];
     sum.is_total = into.rows.size() > before + 1;
-    // A CPU that goes on-line brings its counts since boot: sums of other CPUs do not compare.
+    // A CPU that comes on-line adds its counts since boot, so sums over different CPUs must not be
+    // compared.
     if (!line.int_cnt.empty())
         sum.incarnation = std::hash<std::string>()(table.heading);
 }
 
-// Adds the lines that were asked for by name, or all, and says what there is no line of.
+// Adds the lines that were asked for by name, or all, and a fault for each name without a line.
 void add_lines(const interrupt_table& table, const selection& chosen, sample& into) {
     std::set<std::string> missing(chosen.names.begin(), chosen.names.end());
     for (const auto& line : *table.decoder.interrupts) {

@@ -6,12 +6,12 @@ namespace {
 
 constexpr int instances = 2;
 
-// What the wire has of a count is one character.
+// A count is one character on the wire.
 value digit(std::uint8_t character) {
     return character >= '0' && character <= '9' ? value(std::uint64_t{character} - '0') : value();
 }
 
-// No picture has a width or height of 0: a missing number decodes as 0.
+// A missing number decodes as 0, which is no width or height of a picture.
 value pixels(std::uint32_t count) {
     return count == 0 ? value() : to_value(count);
 }

@@ -5,7 +5,7 @@
 namespace tools {
 namespace {
 
-// A figure that a kernel does not have decodes as 0, which none of these can be.
+// A figure that a kernel lacks decodes as 0, a value that none of these can have.
 value kilobytes(std::uint64_t kb) {
     return kb == 0 ? value() : value(kb * 1024);
 }

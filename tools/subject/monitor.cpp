@@ -55,7 +55,7 @@ private:
     bool is_known_ = true;
 };
 
-// The one row that is there also before anything was asked.
+// The only row that is there before anything was asked.
 void add_server(bool is_connected, const query_record& sum, const counts& of, sample& into) {
     into.add("server", static_cast<unsigned>(is_connected), sum.duration_seconds, sum.asked,
              sum.failed, of[0], of[1], of[2], of[3], of[4], of[5])

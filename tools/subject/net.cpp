@@ -12,8 +12,8 @@ namespace {
 constexpr std::size_t counts_size = 8;
 constexpr std::size_t device_record_size = 24;
 
-// The decoder keeps devices by position and never removes one. All are taken out after each answer,
-// so that none is left over from a longer list.
+// The decoder keeps devices by position and never removes one. This takes all of them out after
+// each answer, so that none is left over from a longer list.
 std::map<int, net_stat> take_devices(net_stat_manager& network) {
     const std::lock_guard<std::mutex> lock(network.req_lock);
     auto& devices = network.parser->dev_result;
@@ -22,7 +22,7 @@ std::map<int, net_stat> take_devices(net_stat_manager& network) {
     return in_order;
 }
 
-// A server that was restarted knows of no start, so it is told again each time.
+// A restarted server has forgotten that monitoring was started, so it is started at each report.
 int query(net_stat_manager& network) {
     const int code = network.start_net_monitor();
     return code < 0 ? code : network.get_bandwidth_stat(nullptr);

@@ -22,7 +22,7 @@ int ask(board& server, sample& into) {
         });
 }
 
-// The library's report of all cores ends after the first.
+// The library's report of all cores ends after the first, so the second is asked for here.
 int report(board& server, std::ostream& out) {
     const int code = server.nnu.get_nnu_ratio_all(&out);
     return code < 0 ? code : server.nnu.get_nnu1_ratio(&out);

@@ -38,9 +38,9 @@ std::string escaped(const std::string& name) {
     return request;
 }
 
-/// Names that fit into one request, and that differ in what an answer shows of them.
+/// Names that fit into one request and whose beginnings, all that an answer shows, differ.
 struct batch {
-    std::map<std::string, std::string> names; ///< by what an answer shows of them
+    std::map<std::string, std::string> names; ///< by their beginnings
     std::vector<std::string> request;
     std::size_t bytes = 0;
 

@@ -19,7 +19,7 @@ static_assert(sizeof(event_counts) == sizeof(perf_counters));
 struct event {
     const char* name;
     const char* help;
-    int known_by; ///< the event that is 0 only where this one is lacking; -1: is never lacking
+    int known_by; ///< if that event counts 0, this one is lacking; -1: it never is
 };
 
 // In the order of the fields of perf_counters.

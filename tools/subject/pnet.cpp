@@ -11,18 +11,18 @@
 namespace tools {
 namespace {
 
-// Stands in the library's record of a process until an answer names the process: an answer that
-// does not leaves the record as it was.
+// Marks the library's record of a process until an answer names the process. Answers that do not
+// name it leave the record unchanged.
 constexpr std::uint64_t no_answer = std::numeric_limits<std::uint64_t>::max();
 
 struct registered_process {
     int pid = 0;
-    bool known = false; ///< the server has had it
+    bool known = false; ///< the server accepted it once
     bool ended = false;
 };
 
-/// Registers processes with the server, and again at each report: one that was restarted between
-/// two reports has forgotten them, and the connection does not show that.
+/// Registers processes with the server, and again at each report, because a server that was
+/// restarted between two reports has forgotten them and the connection does not show it.
 class network_watch {
 public:
     explicit network_watch(const std::vector<int>& pids) {
@@ -37,7 +37,8 @@ public:
         for (registered_process& each : processes_)
             if (code >= 0 && !each.ended)
                 code = enter(server, each, into);
-        // Another subject may have asked in this round, before a process was registered.
+        // `once` may return an answer from before a process was registered, if another subject
+        // asked.
         if (code >= 0)
             code = server.once("bandwidth",
                                [&] { return server.network.get_bandwidth_stat(nullptr); });

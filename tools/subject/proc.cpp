@@ -43,7 +43,7 @@ bool fits(std::int64_t bytes, std::int64_t pages, std::int64_t page_size) {
     return std::abs(ratio - 1) < tolerance;
 }
 
-/// Finds out the size of the server's pages, in which the status counts memory.
+/// Finds out the size of the server's pages, the unit of memory sizes in the status.
 class page_size_finder {
 public:
     /// Asks, the first time. The table of busiest processes has sizes in bytes: that of its largest
@@ -104,7 +104,7 @@ private:
     std::optional<std::int64_t> size_;
 };
 
-/// Asks for one process after the other, so that one that is refused does not hide the rest.
+/// Asks for one process after the other, so that a refused one does not hide the rest.
 class process_watch {
 public:
     explicit process_watch(const std::vector<int>& pids) {
@@ -151,7 +151,7 @@ private:
         return code;
     }
 
-    // Says once what is refused, and does not ask for it again.
+    // A refusal is reported once, and the process's I/O is not asked for again.
     static int ask_io(board& server, watched_process& process, const std::string& name,
                       std::unique_ptr<process_io>& figures, sample& into) {
         if (process.io_refused)
@@ -163,7 +163,7 @@ private:
             return code;
         if (!server.is_servers_own(code))
             return code;
-        process.io_refused = code != -ESRCH; // else it ended a moment ago
+        process.io_refused = code != -ESRCH; // -ESRCH: it ended a moment ago
         if (process.io_refused)
             into.notes.push_back("I/O of " + name + ": " + std::strerror(-code));
         return 0;

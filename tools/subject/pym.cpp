@@ -6,13 +6,13 @@ namespace {
 
 constexpr int instances = 3;
 
-// The wire has one character of the mode.
+// Only the first character of the mode is on the wire.
 value mode_text(std::uint8_t character) {
     return character > ' ' && character <= '~' ? value(std::string(1, static_cast<char>(character)))
                                                : value();
 }
 
-// No picture has a width or height of 0: a missing number decodes as 0.
+// A missing number decodes as 0, which is no width or height of a picture.
 value pixels(std::uint32_t count) {
     return count == 0 ? value() : to_value(count);
 }

@@ -5,7 +5,7 @@
 namespace tools {
 namespace {
 
-// A figure that the server refuses is unknown; that is no reason to withhold the other.
+// If the server refuses one of the two figures, that one is unknown and the other is shown.
 int ask(board& server, sample& into) {
     value version;
     const int version_code = server.system.get_version();

@@ -5,7 +5,7 @@
 namespace tools {
 namespace {
 
-// As many of either kind as the byte that counts them can count.
+// The most of either kind: their count is one byte.
 constexpr std::size_t sensors_max = 255;
 // In 1/1000 degree. Lower values are no temperatures; a zone that cannot be read has -274000.
 constexpr std::int64_t absolute_zero = -273150;
@@ -23,7 +23,7 @@ std::int64_t signed_value(std::uint64_t decoded) {
     return static_cast<std::int64_t>(decoded);
 }
 
-// Rows are known by the number of the sensor, which is its index in the answer: gaps are filled.
+// A row's label is the sensor's index in the answer, so sensors without a value keep their rows.
 void add_rows(const std::vector<std::uint64_t>& decoded, std::int64_t least, const char* none,
               sample& into) {
     for (std::size_t i = 0; i < decoded.size(); ++i) {

@@ -8,7 +8,7 @@
 namespace tools {
 namespace {
 
-// What came over the wire may be no number at all.
+// A float from the wire may be NaN or infinite.
 float usage_of(const pid_msg& process) {
     return std::isnan(process.process_usage) ? -1.0F : process.process_usage;
 }
