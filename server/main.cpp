@@ -1,4 +1,5 @@
 // monsrv, the monitoring server as a program.
+#include "build_facts.h"
 #include "monitor_server.h"
 #include "program/log_lines.h"
 #include "program/rights.h"
@@ -85,7 +86,8 @@ std::string check_openness(const monsrv::listen_address& where, const std::strin
 
 int main(int argc, char** argv) {
     CLI::App app("Monitoring server: answers moncl from this host's kernel.", "monsrv");
-    app.set_version_flag("--version", "monsrv " MONCL_VERSION);
+    app.set_version_flag("--version", monsrv::build_facts("monsrv"),
+                         "Show the version and how it was built");
     std::string address = "127.0.0.1";
     int port = 5757;
     monsrv::server_options options;

@@ -3,6 +3,7 @@
 
 #include "encryption.h"
 #include "output.h"
+#include "version.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -325,7 +326,7 @@ invocation read_command_line(std::vector<std::string> arguments, std::ostream& o
     CLI::App app("Shows what a monitoring server says of its board.", "moncl");
     app.set_help_flag();
     app.add_flag("-h,--help", options.help, "Show this, or the fields of a subject");
-    app.set_version_flag("--version", "moncl " MONCL_VERSION);
+    app.set_version_flag("--version", version_text, "Show the version and how it was built");
     app.add_option("WORDS", options.words)->group("");
     app.add_option("-i,--interval", "Seconds between reports, as INTERVAL")
         ->each([&](const std::string& word) { result.when.interval = read_interval(word); })
