@@ -18,3 +18,13 @@ endif()
 configure_file(cmake/moncl.pc.in moncl.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/moncl.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+if(MONCL_BUILD_PROGRAMS)
+  install(FILES man/moncl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  install(FILES man/monsrv.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+  # bash looks for a file of the program's name.
+  foreach(program moncl monsrv)
+    install(FILES completions/moncl.bash RENAME ${program}
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  endforeach()
+endif()
