@@ -20,10 +20,15 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/moncl.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 if(MONCL_BUILD_PROGRAMS)
+  set(documented moncl monsrv)
+  if(MONCL_EXPORTER)
+    list(APPEND documented moncl-exporter)
+    install(FILES man/moncl-exporter.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  endif()
   install(FILES man/moncl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   install(FILES man/monsrv.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
   # bash looks for a file of the program's name.
-  foreach(program moncl monsrv)
+  foreach(program IN LISTS documented)
     install(FILES completions/moncl.bash RENAME ${program}
             DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   endforeach()

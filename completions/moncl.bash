@@ -56,7 +56,7 @@ _moncl_names() {
         case ${words[i]} in
         --*=*) server+=("${words[i]}") ;;
         --simulate-board) server+=("${words[i]}") ;;
-        --connect | --root | --seed | --*key*) server+=("${words[i]}" "${words[i + 1]}") ;;
+        --connect | --root | --seed | --key | --server-key) server+=("${words[i]}" "${words[i + 1]}") ;;
         esac
     done
     "${words[0]}" names "$1" "${server[@]}" 2>/dev/null
