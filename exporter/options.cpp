@@ -1,6 +1,7 @@
 // Reading the command line.
 #include "options.h"
 
+#include "build_facts.h"
 #include "metrics.h"
 
 #include <CLI/CLI.hpp>
@@ -89,7 +90,8 @@ void check_safety(const options& read, bool insecure) {
 
 options read_options(int argc, char** argv) {
     CLI::App app("Metrics, figures and a page about servers, over HTTP.", "moncl-exporter");
-    app.set_version_flag("--version", "moncl-exporter " MONCL_VERSION);
+    app.set_version_flag("--version", build_facts::text_of("moncl-exporter"),
+                         "Show the version and how it was built");
     words given;
     options read;
     add_options(app, given, read);

@@ -86,7 +86,7 @@ std::string check_openness(const monsrv::listen_address& where, const std::strin
 
 int main(int argc, char** argv) {
     CLI::App app("Monitoring server: answers moncl from this host's kernel.", "monsrv");
-    app.set_version_flag("--version", monsrv::build_facts("monsrv"),
+    app.set_version_flag("--version", build_facts::text_of("monsrv"),
                          "Show the version and how it was built");
     std::string address = "127.0.0.1";
     int port = 5757;

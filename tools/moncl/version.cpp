@@ -13,7 +13,7 @@
 namespace tools {
 
 std::string version_text() {
-    std::string text = monsrv::build_facts("moncl") + "\nrecordings: ";
+    std::string text = build_facts::text_of("moncl") + "\nrecordings: ";
 #ifdef MONCL_RECORDING
     text += std::string("SQLite ") + sqlite3_libversion();
 #else

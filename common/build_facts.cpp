@@ -3,7 +3,7 @@
 
 #include <zmq.h>
 
-namespace monsrv {
+namespace build_facts {
 namespace {
 
 #ifdef __clang__
@@ -21,7 +21,7 @@ std::string zmq_text() {
 
 } // namespace
 
-std::string build_facts(const std::string& program) {
+std::string text_of(const std::string& program) {
     return program + " " MONCL_VERSION "\nlibmoncl: " MONCL_VERSION ", " MONCL_LIBRARY_KIND +
            "\nlibzmq: " + zmq_text() + "\nencryption: " +
            (zmq_has("curve") != 0 ? "available"
@@ -29,4 +29,4 @@ std::string build_facts(const std::string& program) {
            "\ncompiler: " + compiler;
 }
 
-} // namespace monsrv
+} // namespace build_facts
