@@ -1,6 +1,7 @@
 // A long run: every query of every manager, over and over, against a server that is stopped, killed
 // and started again on the way; half of the queries over encrypted connections to a server of their
 // own. Prints what both sides hold and fails if that grows.
+#include "arguments.h"
 #include "cpu_stat_manager.h"
 #include "net_stat_manager.h"
 #include "nnu_ratio_manager.h"
@@ -9,7 +10,6 @@
 #include "sys_info_manager.h"
 #include "vio_info_manager.h"
 
-#include <CLI/CLI.hpp>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -18,6 +18,7 @@
 #include <fstream>
 #include <iomanip>
 #include <iostream>
+#include <limits>
 #include <optional>
 #include <sstream>
 #include <sys/prctl.h>
@@ -390,19 +391,25 @@ private:
 } // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app("Asks servers of its own over and over and shows what all sides hold.",
-                 "moncl_soak");
+    arguments::parser app("Asks servers of its own over and over and shows what all sides hold.",
+                          "moncl_soak");
     long queries = 1000000;
     int disturbances = 12;
     std::string server;
     app.add_option("queries", queries, "Queries to ask")
-        ->check(CLI::PositiveNumber)
-        ->capture_default_str();
-    app.add_option("--server", server, "Path of monsrv")->required()->check(CLI::ExistingFile);
+        ->range(1, std::numeric_limits<long>::max())
+        ->show_default();
+    app.add_option("--server", server, "Path of monsrv")->required()->existing_file();
     app.add_option("--disturbances", disturbances, "Times the server is killed or stopped")
-        ->check(CLI::Range(0, 1000))
-        ->capture_default_str();
-    CLI11_PARSE(app, argc, argv);
+        ->range(0, 1000)
+        ->show_default();
+    try {
+        if (!app.parse({argv + 1, argv + argc}, std::cout))
+            return 0;
+    } catch (const arguments::fault& e) {
+        std::cerr << "moncl_soak: " << e.what() << "\n";
+        return 2;
+    }
     // Some answers are printed by the library: their text goes nowhere.
     std::ostream out(std::cout.rdbuf(nullptr));
     std::signal(SIGPIPE, SIG_IGN);

@@ -1,10 +1,10 @@
 // Reading the command line.
 #include "options.h"
 
+#include "arguments.h"
 #include "build_facts.h"
 #include "metrics.h"
 
-#include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <iostream>
 #include <iterator>
@@ -23,39 +23,38 @@ struct words {
     bool insecure = false;
 };
 
-void add_options(CLI::App& app, words& given, options& into) {
+void add_options(arguments::parser& app, words& given, options& into) {
     app.add_option("--listen", given.listen,
                    "Address of this machine to listen at; * for all, port 0 for a free one")
-        ->capture_default_str()
-        ->option_text("ADDRESS:PORT [127.0.0.1:9757]");
+        ->placeholder("ADDRESS:PORT [127.0.0.1:9757]");
     app.add_option("--connect", given.connect,
                    "Ask the server at HOST[:PORT]; may be given again, and defaults to "
                    "MONCL_CONNECT, else to 127.0.0.1:5757")
-        ->allow_extra_args(false)
-        ->option_text("HOST[:PORT]");
+        ->one_value()
+        ->placeholder("HOST[:PORT]");
     app.add_option("--subject", given.subjects,
                    "Subjects of /metrics in place of the usual ones, such as cpu,mem,top,irq,perf")
-        ->option_text("NAME[,NAME...]");
+        ->placeholder("NAME[,NAME...]");
     app.add_option("--rows", into.access.rows, "At most N of the busiest processes")
-        ->check(CLI::Range(1, 146))
-        ->option_text("N [20]");
+        ->range(1, 146)
+        ->placeholder("N [20]");
     app.add_option("--interval", into.interval, "Seconds between the samples of pages")
-        ->check(CLI::Range(0.1, 3600.0))
-        ->option_text("SECONDS [1]");
+        ->real_range(0.1, 3600)
+        ->placeholder("SECONDS [1]");
 #ifdef MONCL_RECORDING
     app.add_option("--record", into.record, "Record all the time, in FILE, for pages to look back")
-        ->option_text("FILE");
+        ->placeholder("FILE");
 #endif
     app.add_option("--web-config", given.web_config,
                    "TLS and users, as in the web configuration of Prometheus' exporters")
-        ->option_text("FILE");
+        ->placeholder("FILE");
     app.add_option("--allow-host", into.allowed_hosts, "A name that this exporter is asked by")
-        ->allow_extra_args(false)
-        ->option_text("NAME");
+        ->one_value()
+        ->placeholder("NAME");
     app.add_option("--allow-target", into.allowed_targets,
                    "Servers that /probe may be sent to; * stands for letters and digits")
-        ->allow_extra_args(false)
-        ->option_text("HOST[:PORT]");
+        ->one_value()
+        ->placeholder("HOST[:PORT]");
     app.add_flag("--insecure", given.insecure,
                  "Listen beyond this machine with neither TLS nor users");
     app.add_flag("--verbose", into.verbose, "Show the library's log on standard error");
@@ -89,25 +88,22 @@ void check_safety(const options& read, bool insecure) {
 } // namespace
 
 options read_options(int argc, char** argv) {
-    CLI::App app("Metrics, figures and a page about servers, over HTTP.", "moncl-exporter");
-    app.set_version_flag("--version", build_facts::text_of("moncl-exporter"),
-                         "Show the version and how it was built");
+    arguments::parser app("Metrics, figures and a page about servers, over HTTP.",
+                          "moncl-exporter");
+    app.set_version(build_facts::text_of("moncl-exporter"));
     words given;
     options read;
     add_options(app, given, read);
     try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& e) {
+        read.ends = !app.parse({argv + 1, argv + argc}, std::cout);
+    } catch (const arguments::fault& e) {
+        std::cerr << "moncl-exporter: " << e.what()
+                  << "\nmoncl-exporter --help shows how it is used\n";
         read.ends = true;
-        if (e.get_exit_code() == 0) {
-            app.exit(e);
-        } else {
-            std::cerr << "moncl-exporter: " << e.what()
-                      << "\nmoncl-exporter --help shows how it is used\n";
-            read.status = 2;
-        }
-        return read;
+        read.status = 2;
     }
+    if (read.ends)
+        return read;
     if (const std::string wrong = read_listen_address(given.listen, read.listen); !wrong.empty())
         throw std::runtime_error("--listen " + given.listen + ": " + wrong);
     if (const std::string wrong = read_subjects(given.subjects, {}, read.subjects); !wrong.empty())

@@ -1,11 +1,11 @@
 // monsrv, the monitoring server as a program.
+#include "arguments.h"
 #include "build_facts.h"
 #include "monitor_server.h"
 #include "program/log_lines.h"
 #include "program/rights.h"
 #include "program/service_manager.h"
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <csignal>
 #include <fstream>
@@ -85,20 +85,19 @@ std::string check_openness(const monsrv::listen_address& where, const std::strin
 } // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app("Monitoring server: answers moncl from this host's kernel.", "monsrv");
-    app.set_version_flag("--version", build_facts::text_of("monsrv"),
-                         "Show the version and how it was built");
+    arguments::parser app("Monitoring server: answers moncl from this host's kernel.", "monsrv");
+    app.set_version(build_facts::text_of("monsrv"));
     std::string address = "127.0.0.1";
     int port = 5757;
     monsrv::server_options options;
     app.add_option("--bind", address, "Address or interface to listen at; * for all, IPv4 and IPv6")
-        ->capture_default_str();
+        ->show_default();
     app.add_option("--port", port, "Port to listen at; 0 picks a free one")
-        ->check(CLI::Range(0, 65535))
-        ->capture_default_str();
+        ->range(0, 65535)
+        ->show_default();
     app.add_option("--root", options.root, "Folder to read in place of /")
-        ->check(CLI::ExistingDirectory)
-        ->capture_default_str();
+        ->existing_folder()
+        ->show_default();
     monsrv::rights_wanted rights;
     app.add_option("--user", rights.user,
                    "User that a server started as root becomes (default: monsrv if there is such a "
@@ -110,14 +109,14 @@ int main(int argc, char** argv) {
                                   "Make up the figures of hardware that this host lacks");
     app.add_option("--seed", options.seed, "What the simulated figures follow from")
         ->needs(simulate)
-        ->check(CLI::Range(0L, 4294967295L))
-        ->capture_default_str();
+        ->range(0, 4294967295L)
+        ->show_default();
     std::string key_path;
     monsrv::curve_options curve;
     bool insecure = false;
     auto* key_file = app.add_option("--curve-key", key_path,
                                     "File with this server's pair of keys: encrypts connections")
-                         ->check(CLI::ExistingFile);
+                         ->existing_file();
     auto* allow_file =
         app.add_option(
                "--allow", curve.allow_file,
@@ -126,12 +125,14 @@ int main(int argc, char** argv) {
     key_file->needs(allow_file);
     app.add_flag("--insecure", insecure, "Listen beyond this host without encryption");
     app.add_option("--max-clients", options.max_clients, "Connections at once")
-        ->check(CLI::Range(1, 100000))
-        ->capture_default_str();
+        ->range(1, 100000)
+        ->show_default();
     try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& e) {
-        return app.exit(e) == 0 ? 0 : 2;
+        if (!app.parse({argv + 1, argv + argc}, std::cout))
+            return 0;
+    } catch (const arguments::fault& e) {
+        std::cerr << "monsrv: " << e.what() << "\nmonsrv --help shows how it is used\n";
+        return 2;
     }
     try {
         if (!key_path.empty()) {

@@ -1,13 +1,16 @@
 // Reading the command line.
 #include "command_line.h"
 
+#include "arguments.h"
 #include "encryption.h"
 #include "output.h"
 #include "version.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdlib>
+#include <iomanip>
+#include <iterator>
+#include <limits>
 #include <sstream>
 
 namespace tools {
@@ -29,25 +32,25 @@ struct command_line_options {
 };
 
 [[noreturn]] void refuse(const std::string& fault) {
-    throw CLI::ValidationError(fault);
+    throw arguments::fault(fault);
 }
 
 bool is_number(const std::string& word) {
     double number = 0;
-    return CLI::detail::lexical_cast(word, number);
+    return arguments::read_number(word, number);
 }
 
 // Below a millisecond, and beyond a day, an interval is a slip of the finger.
 double read_interval(const std::string& word) {
     double seconds = 0;
-    if (!CLI::detail::lexical_cast(word, seconds) || !(seconds >= 0.001 && seconds <= 86400))
+    if (!arguments::read_number(word, seconds) || !(seconds >= 0.001 && seconds <= 86400))
         refuse("an interval is 0.001 to 86400 seconds, not " + word);
     return seconds;
 }
 
 long read_count(const std::string& word) {
     long count = 0;
-    if (!CLI::detail::lexical_cast(word, count) || count < 1 || count > 1000000000)
+    if (!arguments::read_number(word, count) || count < 1 || count > 1000000000)
         refuse("a count is a whole number from 1 on, not " + word);
     return count;
 }
@@ -61,7 +64,7 @@ std::string list_of_subjects() {
 
 std::vector<const subject*> read_subjects(const std::string& word) {
     std::vector<const subject*> subjects;
-    for (const std::string& name : CLI::detail::split(word, ',')) {
+    for (const std::string& name : arguments::split_at_commas(word)) {
         const subject* found = find_subject(name);
         if (found == nullptr)
             refuse("there is no subject " + name + "; see moncl --help");
@@ -101,7 +104,7 @@ void read_words(std::vector<std::string> words, invocation& into) {
 
 void read_cpus(const std::vector<std::string>& lists, selection& chosen) {
     for (const std::string& list : lists) {
-        for (const std::string& cpu : CLI::detail::split(list, ',')) {
+        for (const std::string& cpu : arguments::split_at_commas(list)) {
             if (cpu == "ALL")
                 chosen.every_cpu = true;
             else if (cpu == "all" ||
@@ -181,26 +184,26 @@ void check(const invocation& called) {
         refuse("the library's report is text, of one server");
 }
 
-void add_recording(CLI::App& app, CLI::Option* connect, invocation& into) {
+void add_recording(arguments::parser& app, arguments::option* connect, invocation& into) {
     app.add_option("--from", into.from, "Show what was recorded in FILE (moncl record)")
         ->excludes(connect)
-        ->option_text("FILE");
+        ->placeholder("FILE");
     app.add_option("--host", into.host, "Of the recording only this host's part")
-        ->option_text("HOST");
+        ->placeholder("HOST");
     const auto add_time = [&](const char* name, const char* help, std::optional<given_time>& to) {
-        app.add_option_function<std::string>(
+        app.add_option(
                name, [name, &to](const std::string& text) { read_given_time(name, text, to); },
                help)
-            ->option_text("TIME");
+            ->placeholder("TIME");
     };
     add_time("--since", "Of the recording what is not before TIME: ISO 8601, HH:MM or -2h",
              into.since);
     add_time("--until", "Of the recording what is not after TIME", into.until);
 }
 
-void add_command(CLI::App& app, const command& own, invocation& into) {
+void add_command(arguments::parser& app, const command& own, invocation& into) {
     for (const command_option& each : own.options)
-        app.add_option_function<std::string>(
+        app.add_option(
                each.name,
                [&each, &into](const std::string& text) {
                    if (const std::string fault = each.check(text); !fault.empty())
@@ -208,27 +211,27 @@ void add_command(CLI::App& app, const command& own, invocation& into) {
                    into.options[each.name] = text;
                },
                each.help)
-            ->option_text(each.placeholder);
+            ->placeholder(each.placeholder);
 }
 
-void add_source(CLI::App& app, command_line_options& options, invocation& into) {
+void add_source(arguments::parser& app, command_line_options& options, invocation& into) {
     auto* connect = app.add_option("--connect", options.connect,
                                    "Ask the server at HOST[:PORT]; may be given again, and "
                                    "defaults to MONCL_CONNECT. Without it a server is started "
                                    "inside the program");
-    connect->allow_extra_args(false)->option_text("HOST[:PORT]");
+    connect->one_value()->placeholder("HOST[:PORT]");
     app.add_option("--key", options.key,
                    "Encrypt with the keys in FILE (moncl keygen FILE); defaults to MONCL_KEY")
-        ->option_text("FILE");
+        ->placeholder("FILE");
     app.add_option("--server-key", options.server_keys,
                    "Public key of the server, or a file of it; given once, or once for each "
                    "--connect. Defaults to MONCL_SERVER_KEY")
-        ->allow_extra_args(false)
-        ->option_text("KEY|FILE");
+        ->one_value()
+        ->placeholder("KEY|FILE");
     app.add_option("--root", into.root, "Folder the server inside reads in place of /")
-        ->check(CLI::ExistingDirectory)
+        ->existing_folder()
         ->excludes(connect)
-        ->option_text("FOLDER");
+        ->placeholder("FOLDER");
     auto* simulate =
         app.add_flag("--simulate-board", into.simulate_board,
                      "Let the server inside make up the figures of hardware that this host lacks");
@@ -236,45 +239,48 @@ void add_source(CLI::App& app, command_line_options& options, invocation& into) 
     app.add_option("--seed", into.seed,
                    "Number that the simulated figures are made from; 1 unless given")
         ->needs(simulate)
-        ->check(CLI::Range(0L, 4294967295L))
-        ->option_text("N");
+        ->range(0, 4294967295)
+        ->placeholder("N");
     add_recording(app, connect, into);
     app.add_flag("--verbose", into.verbose, "Show the library's log on standard error");
 }
 
-void add_selection(CLI::App& app, command_line_options& options, invocation& into) {
+void add_selection(arguments::parser& app, command_line_options& options, invocation& into) {
     app.add_option("-P,--cpu", options.cpus, "These CPUs: numbers, all for the total, ALL for each")
-        ->allow_extra_args(false)
-        ->option_text("CPU[,CPU...]");
+        ->one_value()
+        ->placeholder("CPU[,CPU...]");
     app.add_option("-p,--pid", into.chosen.pids, "Watch the process; may be given again")
-        ->delimiter(',')
-        ->allow_extra_args(false)
-        ->check(CLI::Range(1, std::numeric_limits<int>::max()))
-        ->option_text("PID[,PID...]");
+        ->comma_separated()
+        ->one_value()
+        ->range(1, std::numeric_limits<int>::max())
+        ->placeholder("PID[,PID...]");
     app.add_option("--only", options.only, "Rows of this name, also if it is a number")
-        ->allow_extra_args(false)
-        ->option_text("NAME");
+        ->one_value()
+        ->placeholder("NAME");
     app.add_option("--rows", into.chosen.rows, "Show at most N processes in top")
-        ->check(CLI::Range(1, 100000))
-        ->option_text("N");
+        ->range(1, 100000)
+        ->placeholder("N");
 }
 
-void add_form(CLI::App& app, command_line_options& options, invocation& into) {
+void add_form(arguments::parser& app, command_line_options& options, invocation& into) {
     std::vector<std::string> forms;
     for (const output_form& each : all_outputs())
         forms.emplace_back(each.name);
+    std::string joined;
+    for (const std::string& each : forms)
+        joined += (joined.empty() ? "" : "|") + each;
     auto* form = app.add_option("--format", into.form, "Form of output");
-    form->check(CLI::IsMember(forms))->option_text("{" + CLI::detail::join(forms, "|") + "}");
+    form->one_of(forms)->placeholder("{" + joined + "}");
     app.add_flag("--json", options.json, "Short for --format json")->excludes(form);
-    app.add_option_function<std::string>(
+    app.add_option(
            "--report", [&into](const std::string&) { into.library_report = true; },
            "library: the library's own report of the subject")
-        ->check(CLI::IsMember({"library"}))
-        ->option_text("library");
+        ->one_of({"library"})
+        ->placeholder("library");
     app.add_flag("--time", into.time_column, "Start each row of a table with the time");
     app.add_option("--color", into.colour, "Colour: auto, always or never")
-        ->check(CLI::IsMember({"auto", "always", "never"}))
-        ->option_text("WHEN");
+        ->one_of({"auto", "always", "never"})
+        ->placeholder("WHEN");
 }
 
 const char* kind_name(kind what) {
@@ -290,8 +296,8 @@ std::string list_of_commands() {
     return list.str();
 }
 
-void show_help(const CLI::App& app, const command* own, const std::vector<std::string>& words,
-               std::ostream& out) {
+void show_help(const arguments::parser& app, const command* own,
+               const std::vector<std::string>& words, std::ostream& out) {
     const subject* about = words.empty() || own != nullptr ? nullptr : find_subject(words.front());
     if (about == nullptr) {
         // CLI11's own usage line knows nothing of what the words mean.
@@ -315,38 +321,40 @@ void show_help(const CLI::App& app, const command* own, const std::vector<std::s
 }
 } // namespace
 
-invocation read_command_line(std::vector<std::string> arguments, std::ostream& out,
-                             std::ostream& err) {
+invocation read_command_line(std::vector<std::string> words, std::ostream& out, std::ostream& err) {
     invocation result;
     command_line_options options;
-    if (!arguments.empty() && !arguments.front().empty())
-        result.does = find_command(arguments.front());
+    if (!words.empty() && !words.front().empty())
+        result.does = find_command(words.front());
     if (result.does != nullptr)
-        arguments.erase(arguments.begin());
-    CLI::App app("Shows what a monitoring server says of its board.", "moncl");
-    app.set_help_flag();
+        words.erase(words.begin());
+    arguments::parser app("Shows what a monitoring server says of its board.", "moncl");
+    app.own_help();
     app.add_flag("-h,--help", options.help, "Show this, or the fields of a subject");
-    app.set_version_flag("--version", version_text, "Show the version and how it was built");
-    app.add_option("WORDS", options.words)->group("");
-    app.add_option("-i,--interval", "Seconds between reports, as INTERVAL")
-        ->each([&](const std::string& word) { result.when.interval = read_interval(word); })
-        ->option_text("SECONDS");
-    app.add_option("-n,--count", "Number of reports, as COUNT")
-        ->each([&](const std::string& word) { result.when.count = read_count(word); })
-        ->option_text("N");
+    app.set_version(version_text());
+    app.add_option("WORDS", options.words, "");
+    app.add_option(
+           "-i,--interval",
+           [&](const std::string& word) { result.when.interval = read_interval(word); },
+           "Seconds between reports, as INTERVAL")
+        ->placeholder("SECONDS");
+    app.add_option(
+           "-n,--count", [&](const std::string& word) { result.when.count = read_count(word); },
+           "Number of reports, as COUNT")
+        ->placeholder("N");
     add_selection(app, options, result);
     add_form(app, options, result);
     add_source(app, options, result);
     if (result.does != nullptr)
         add_command(app, *result.does, result);
     try {
-        std::reverse(arguments.begin(), arguments.end());
-        app.parse(std::move(arguments));
+        result.ends = !app.parse(std::move(words), out);
         if (options.help) {
             show_help(app, result.does, options.words, out);
             result.ends = true;
-            return result;
         }
+        if (result.ends)
+            return result;
         if (options.json)
             result.form = "json";
         result.chosen.names = options.only;
@@ -364,15 +372,10 @@ invocation read_command_line(std::vector<std::string> arguments, std::ostream& o
                 if (each->summary_rows > 0)
                     result.subjects.push_back(each);
         check(result);
-    } catch (const CLI::ParseError& e) {
+    } catch (const arguments::fault& e) {
+        err << "moncl: " << e.what() << "\nmoncl --help shows how it is used\n";
         result.ends = true;
-        result.status = exit_ok;
-        if (e.get_exit_code() == 0) {
-            app.exit(e, out, err);
-        } else {
-            err << "moncl: " << e.what() << "\nmoncl --help shows how it is used\n";
-            result.status = exit_usage;
-        }
+        result.status = exit_usage;
     }
     return result;
 }

@@ -56,8 +56,8 @@ struct invocation {
 
 /// Reads the command line, MONCL_CONNECT, and MONCL_KEY and MONCL_SERVER_KEY with their files. Help
 /// goes to @p out, complaints to @p err.
-/// @param arguments without the program's name
-invocation read_command_line(std::vector<std::string> arguments, std::ostream& out,
+/// @param words without the program's name
+invocation read_command_line(std::vector<std::string> words, std::ostream& out,
                              std::ostream& err);
 
 } // namespace tools
