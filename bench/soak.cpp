@@ -24,6 +24,7 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 #include <zmq.h>
 
 namespace {
