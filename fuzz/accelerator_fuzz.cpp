@@ -2,7 +2,7 @@
 #include "fuzz_support.h"
 #include "nnu_ratio_manager.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz_accelerator(const std::uint8_t* data, std::size_t size) {
     fuzz::input in(data, size);
     nnu_ratio_manager manager;
     for (int i = 0; i < fuzz::most_pieces && !in.empty(); ++i) {
@@ -10,5 +10,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         manager.nnu_parser->parse_nnu_ratio(text.data());
         manager.show_result(manager.nnu_parser, fuzz::report());
     }
-    return 0;
 }
+
+static const fuzz::target registered("accelerator", fuzz_accelerator);

@@ -204,7 +204,7 @@ void take_rest(client_comm& connection) {
 }
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz_answers(const std::uint8_t* data, std::size_t size) {
     client_comm::client_id = 1; // no handshake but the one that is a query
     static answering_server server;
     static sysinfo_manager system("127.0.0.1", server.port());
@@ -221,5 +221,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const unsigned char* behind = connection->get_recv_data()->msg + answer_payload_max;
     fuzz::expect(behind[0] == 0 && behind[3] == 0, "no zero behind the payload");
     take_rest(*connection);
-    return 0;
 }
+
+static const fuzz::target registered("answers", fuzz_answers);

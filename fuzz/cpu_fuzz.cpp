@@ -18,7 +18,7 @@ void compare(const cpus_stats_parser& mine, const cpus_stats_parser& theirs) {
 }
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz_cpu(const std::uint8_t* data, std::size_t size) {
     fuzz::input in(data, size);
     cpu_stat_manager manager;
     cpus_stats_parser twin;
@@ -40,5 +40,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         version.parse_version(text.data());
         fuzz::expect(version.ver->version.find(' ') == std::string::npos, "version of two words");
     }
-    return 0;
 }
+
+static const fuzz::target registered("cpu", fuzz_cpu);

@@ -5,9 +5,38 @@
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
+#include <streambuf>
 #include <zmq.h>
 
 namespace fuzz {
+
+namespace {
+std::vector<const target*>& registered() {
+    static std::vector<const target*> all;
+    return all;
+}
+
+class dropping_buffer : public std::streambuf {
+    int_type overflow(int_type c) override { return traits_type::not_eof(c); }
+    std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
+};
+} // namespace
+
+target::target(const char* its_name, void (*its_run)(const std::uint8_t*, std::size_t))
+    : name(its_name), run(its_run) {
+    registered().push_back(this);
+}
+
+const std::vector<const target*>& all_targets() {
+    return registered();
+}
+
+std::ostream& report() {
+    static dropping_buffer dropped;
+    static std::unique_ptr<std::ostream> stream;
+    stream = std::make_unique<std::ostream>(&dropped);
+    return *stream;
+}
 
 std::uint8_t input::byte() {
     const std::string_view one = bytes(1);

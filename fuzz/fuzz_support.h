@@ -1,5 +1,10 @@
-// What the fuzz targets share: the input cut into pieces, pieces in memory of their own, answers
-// put in front of a manager, and differences that end the run.
+// What the fuzz targets share: their list, the input cut into pieces, pieces in memory of their
+// own, answers given to a manager, and differences that end the run.
+//
+// A fuzz target is one file NAME_fuzz.cpp with one function, which the fuzzer and the tests call:
+//
+//     void fuzz_cpu(const std::uint8_t* data, std::size_t size) { ... }
+//     static const fuzz::target registered("cpu", fuzz_cpu);
 #ifndef MONCL_FUZZ_SUPPORT_H
 #define MONCL_FUZZ_SUPPORT_H
 
@@ -12,8 +17,22 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace fuzz {
+
+/// A function that decodes any bytes, and ends the process at a fault.
+struct target {
+    /// Adds the target to `all_targets` for as long as the program runs.
+    /// @param name a literal: that of its folders of kept inputs
+    target(const char* name, void (*run)(const std::uint8_t* data, std::size_t size));
+
+    const char* name;
+    void (*run)(const std::uint8_t* data, std::size_t size);
+};
+
+/// The targets linked into this program: one in a fuzzer, all in the tests.
+const std::vector<const target*>& all_targets();
 
 /// The bytes of one run, taken from their start; at their end there are zeros and empty pieces.
 class input {

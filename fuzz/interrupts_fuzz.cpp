@@ -19,13 +19,13 @@ bool is_small(const std::string& text) {
 }
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz_interrupts(const std::uint8_t* data, std::size_t size) {
     const fuzz::text_payload text(fuzz::input(data, size).text());
     interrupt_parser parser;
     std::cout.setf(size % 2 == 0 ? std::ios::left : std::ios::right, std::ios::adjustfield);
     const bool decoded = parser.parse_interrupt(text.data()) == 1;
     if (!is_small(text.text()))
-        return 0;
+        return;
     interrupt_parser twin;
     bool twin_decoded = true;
     try {
@@ -38,5 +38,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (std::size_t i = 0; i < twin.interrupts->size(); ++i)
         fuzz::expect(figures(*(*parser.interrupts)[i]) == figures(*(*twin.interrupts)[i]),
                      "record");
-    return 0;
 }
+
+static const fuzz::target registered("interrupts", fuzz_interrupts);

@@ -5,7 +5,7 @@
 
 #include <stdexcept>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz_meminfo(const std::uint8_t* data, std::size_t size) {
     const fuzz::text_payload text(fuzz::input(data, size).text());
     meminfo expected;
     bool decoded = true;
@@ -19,5 +19,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::expect(result == decoded, "result");
     fuzz::expect(std::memcmp(&manager.mem_parser->mem, &expected, sizeof expected) == 0, "figures");
     manager.show_result(manager.mem_parser, fuzz::report());
-    return 0;
 }
+
+static const fuzz::target registered("meminfo", fuzz_meminfo);

@@ -33,12 +33,13 @@ void decode_records(fuzz::input in, int kind) {
 }
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz_peripherals(const std::uint8_t* data, std::size_t size) {
     fuzz::input in(data, size);
     const int kind = in.byte() % 5;
     if (kind == 4)
         decode_numbers(in);
     else
         decode_records(in, kind);
-    return 0;
 }
+
+static const fuzz::target registered("peripherals", fuzz_peripherals);

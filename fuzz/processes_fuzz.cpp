@@ -38,7 +38,7 @@ void decode_texts(fuzz::input in) {
 }
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz_processes(const std::uint8_t* data, std::size_t size) {
     fuzz::input in(data, size);
     cpu_stat_manager manager;
     switch (in.byte() % 3) {
@@ -52,5 +52,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         fuzz::answer(manager, manager.perf_parser, 11, in.bytes(size));
     }
     manager.client = nullptr;
-    return 0;
 }
+
+static const fuzz::target registered("processes", fuzz_processes);

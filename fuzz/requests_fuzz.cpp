@@ -114,7 +114,7 @@ bool send_message(raw_client& client, fuzz::input& in) {
 }
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz_requests(const std::uint8_t* data, std::size_t size) {
     static raw_client client(start_server());
     fuzz::input in(data, size);
     for (int i = 0; i < fuzz::most_pieces && !in.empty(); ++i) {
@@ -122,5 +122,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         client.probe();
         client.take_answers(refused);
     }
-    return 0;
 }
+
+static const fuzz::target registered("requests", fuzz_requests);

@@ -71,7 +71,7 @@ void read_one(text_reader& reader, std::istream& stream, unsigned char what) {
 }
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz_text_reader(const std::uint8_t* data, std::size_t size) {
     fuzz::input in(data, size);
     const std::string_view reads = in.text();
     // Not ended by anything: a reader knows where its text ends.
@@ -92,5 +92,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             read_one(readers[i], streams[i], static_cast<unsigned char>(what));
             fuzz::expect(static_cast<bool>(readers[i]) == !streams[i].fail(), "state");
         }
-    return 0;
 }
+
+static const fuzz::target registered("text_reader", fuzz_text_reader);

@@ -20,7 +20,7 @@ void decode_rates(const fuzz::text_payload& text, isp_parser& isp, pym_parser& p
 }
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz_video(const std::uint8_t* data, std::size_t size) {
     fuzz::input in(data, size);
     const int kind = in.byte() % 3;
     isp_parser isp;
@@ -34,5 +34,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         else
             pym.parse_pym_stat(text.data());
     }
-    return 0;
 }
+
+static const fuzz::target registered("video", fuzz_video);

@@ -1,8 +1,8 @@
 // The connection: bytes of requests, what is taken as an answer, several parts, the client id.
 #include "manager_support.h"
+#include "patterns.h"
 
 #include <csignal>
-#include <regex>
 #include <sys/time.h>
 
 namespace {
@@ -18,9 +18,7 @@ struct client_comm_test : testing::Test {
         return connection->recv_msg_from_server();
     }
     // Errors logged since the last call.
-    std::string errors() {
-        return std::regex_replace(log.take(), std::regex("4 .*\n|6 MONCL_COMM: "), "");
-    }
+    std::string errors() { return with_replaced(log.take(), "4 .*\n|6 MONCL_COMM: ", ""); }
 
     log_capture log;
     scripted_server server;

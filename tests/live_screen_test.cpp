@@ -6,10 +6,10 @@
 #include "drawing.h"
 #include "keys.h"
 #include "page.h"
+#include "patterns.h"
 
 #include <clocale>
 #include <fstream>
-#include <regex>
 
 using namespace tools;
 using namespace tools::live;
@@ -184,11 +184,10 @@ public:
     std::string screen() const { return run({"capture-pane", "-p"}); }
     /// Waits until the screen matches @p pattern, at most 20 s.
     std::string wait_for(const std::string& pattern) const {
-        const std::regex wanted(pattern);
         std::string shown;
         for (int turn = 0; turn < 200; ++turn) {
             shown = screen();
-            if (std::regex_search(shown, wanted))
+            if (has_match(shown, pattern))
                 return shown;
             usleep(100000);
         }
@@ -293,7 +292,6 @@ TEST(live_screen, is_left_out_where_the_terminal_cannot) {
     const std::string shown = plain.wait_for("COMMAND");
     EXPECT_TRUE(
         std::all_of(shown.begin(), shown.end(), [](char c) { return c == '\n' || c >= ' '; }));
-    EXPECT_FALSE(
-        std::regex_search(plain.run({"capture-pane", "-p", "-e"}), std::regex("\033\\[3[0-7]m")))
+    EXPECT_FALSE(has_match(plain.run({"capture-pane", "-p", "-e"}), "\033\\[3[0-7]m"))
         << "a colour";
 }

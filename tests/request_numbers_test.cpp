@@ -1,9 +1,10 @@
 // The requests that the server answers, against those that the protocol page lists.
+#include "patterns.h"
 #include "sampler.h"
 
+#include <algorithm>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <regex>
 #include <sstream>
 
 namespace {
@@ -17,15 +18,13 @@ numbers read_page() {
     queries.resize(queries.find("\n## "));
     numbers all;
     int command = 0;
-    const std::regex range("(\\d+)(?: to (\\d+))?"); // "1 to 8", "3, 4 / 5, 6"
-    const std::regex row("\n\\| (0xAE\\w\\w)? ?\\| ([^|]+) \\|");
-    for (std::sregex_iterator it(queries.begin(), queries.end(), row), end; it != end; ++it) {
-        if ((*it)[1].matched)
-            command = std::stoi((*it)[1], nullptr, 16);
-        const std::string cell = (*it)[2];
-        for (std::sregex_iterator part(cell.begin(), cell.end(), range); part != end; ++part) {
-            const int first = std::stoi((*part)[1]);
-            const int last = (*part)[2].matched ? std::stoi((*part)[2]) : first;
+    for (const auto& row : groups_of_matches(queries, "\n\\| (0xAE\\w\\w)? ?\\| ([^|]+) \\|")) {
+        if (!row[0].empty())
+            command = std::stoi(row[0], nullptr, 16);
+        // Such as "1 to 8" or "3, 4 / 5, 6".
+        for (const auto& range : groups_of_matches(row[1], "(\\d+)(?: to (\\d+))?")) {
+            const int first = std::stoi(range[0]);
+            const int last = range[1].empty() ? first : std::stoi(range[1]);
             for (int sub_command = first; sub_command <= last; ++sub_command)
                 all.emplace_back(command, sub_command);
         }

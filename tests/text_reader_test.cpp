@@ -28,18 +28,18 @@ std::string random_line(std::mt19937& random) {
 } // namespace
 
 // The fuzz target, which ends the process if reader and stream differ.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+void fuzz_text_reader(const std::uint8_t* data, std::size_t size);
 
 TEST(text_reader, agrees_with_a_stream_on_random_lines) {
     std::mt19937 random(20261121);
-    for (int i = 0; i < 200000; ++i) {
+    for (int i = 0; i < 50000; ++i) {
         std::string input;
         for (int read = 0; read < 8; ++read)
             input += static_cast<char>(1 + random() % 255);
         input += '\0' + random_line(random);
-        if (random() % 2 == 0) // which may be looked at behind a line
+        if (random() % 2 == 0) // which a reader of the line may look at
             input += "\n1234567890 " + random_line(random);
-        LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(input.data()), input.size());
+        fuzz_text_reader(reinterpret_cast<const std::uint8_t*>(input.data()), input.size());
     }
     EXPECT_THROW(payload_text(nullptr), std::logic_error);
 }

@@ -1,9 +1,9 @@
 // The video pipeline: texts and their broken forms, dispatch, answers of many parts, merged table.
 #include "manager_support.h"
+#include "patterns.h"
 #include "vio_info_manager.h"
 
 #include <map>
-#include <regex>
 
 namespace {
 // "PIPE:NAME in=>out " of every record, by pipe.
@@ -18,8 +18,8 @@ std::string shown(const fps_map& fps) {
 // What stands behind the labels of a report, with 0 for a NUL.
 std::string values(std::string report) {
     std::replace(report.begin(), report.end(), '\0', '0');
-    report = std::regex_replace(report, std::regex("=[^\n]*\n|[a-zA-Z_ ]*:\t?"), "");
-    return std::regex_replace(report, std::regex("\\s+"), " ");
+    report = with_replaced(report, "=[^\n]*\n|[a-zA-Z_ ]*:\t?", "");
+    return with_replaced(report, "\\s+", " ");
 }
 
 const std::string pym = "== S0 ==\nmode: 2 width: 19 height: 10\n";

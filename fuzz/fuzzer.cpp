@@ -1,33 +1,24 @@
-// What keeps the fuzz targets quiet: decoders print, and log what they refuse.
+// What makes the one fuzz target of a program a fuzzer. It is kept quiet: decoders print, and log
+// what they refuse.
 #include "fuzz_support.h"
 #include "platform_log.h"
 
 #include <cstdarg>
 #include <cstdio>
 #include <iostream>
-#include <streambuf>
-
-namespace {
-class dropping_buffer : public std::streambuf {
-    int_type overflow(int_type c) override { return traits_type::not_eof(c); }
-    std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
-};
-
-dropping_buffer dropped;
-} // namespace
-
-std::ostream& fuzz::report() {
-    static std::unique_ptr<std::ostream> stream;
-    stream = std::make_unique<std::ostream>(&dropped);
-    return *stream;
-}
 
 extern "C" {
 int LLVMFuzzerInitialize(int*, char***);
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 const char* __lsan_default_suppressions();
 
 int LLVMFuzzerInitialize(int*, char***) {
-    std::cout.rdbuf(&dropped);
+    std::cout.rdbuf(fuzz::report().rdbuf());
+    return 0;
+}
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    fuzz::all_targets().front()->run(data, size);
     return 0;
 }
 
