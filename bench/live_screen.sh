@@ -1,10 +1,13 @@
 #!/bin/sh
-# What the live page costs beside htop and top, all of them at once in terminals of 200x50, at one
-# report a second: CPU time of the processes and bytes written to the terminal.
-# Usage: bench/live_screen.sh [SECONDS]     60 at first; needs the release build
+# Measures the live page beside htop and top, all at once in terminals of 200x50, at one report a
+# second: CPU time of the processes and bytes written to the terminal. Needs the release build.
+# Usage: bench/live_screen.sh [SECONDS]     60 unless given
 set -eu
-cd "$(dirname "$0")/.."
+. "$(dirname "$0")/../scripts/usage"
 seconds=${1:-60}
+need_number "$seconds"
+[ $# -le 1 ] || refuse "$2"
+cd "$(dirname "$0")/.."
 scripts/install-packages tmux procps htop
 export LC_ALL=C.UTF-8
 folder=$(mktemp -d)
