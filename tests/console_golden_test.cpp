@@ -2,6 +2,7 @@
 // MONCL_REWRITE_GOLDEN=1 rewrites the files; read what has changed before it is committed.
 #include "board_of_files.h"
 #include "console_run.h"
+#include "file_text.h"
 
 #include <cstdlib>
 #include <fstream>
@@ -38,12 +39,6 @@ std::string in_all_forms(const char* subject) {
            "#### openmetrics\n" + openmetrics.substr(0, openmetrics.find(end)) +
            "#### prometheus\n" + new_lines(shown_as("prometheus", subject, 1), openmetrics);
 }
-
-std::string read_file(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
 } // namespace
 
 TEST(console, shows_every_subject_in_every_form) {
@@ -52,6 +47,6 @@ TEST(console, shows_every_subject_in_every_form) {
         const std::string path = std::string(TEST_DATA "/console/") + what->name + ".txt";
         if (std::getenv("MONCL_REWRITE_GOLDEN") != nullptr)
             std::ofstream(path) << shown;
-        EXPECT_EQ(shown, read_file(path)) << what->name;
+        EXPECT_EQ(shown, file_text(path)) << what->name;
     }
 }

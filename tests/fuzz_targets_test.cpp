@@ -1,10 +1,10 @@
 // Every fuzz target on its kept inputs, and on random changes of them. A target ends the process at
 // a fault.
+#include "file_text.h"
 #include "fuzz_support.h"
 #include "log_capture.h"
 
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <random>
 
@@ -13,14 +13,11 @@ using inputs = std::vector<std::string>;
 
 inputs kept_inputs(const std::string& target) {
     inputs all;
-    for (const char* folder : {FUZZ_INPUTS "/corpus/", FUZZ_INPUTS "/regressions/"}) {
+    for (const char* folder : {TEST_DATA "/inputs/", FUZZ_REGRESSIONS "/"}) {
         if (!std::filesystem::exists(folder + target))
             continue;
-        for (const auto& file : std::filesystem::directory_iterator(folder + target)) {
-            std::ostringstream bytes;
-            bytes << std::ifstream(file.path(), std::ios::binary).rdbuf();
-            all.push_back(bytes.str());
-        }
+        for (const auto& file : std::filesystem::directory_iterator(folder + target))
+            all.push_back(file_text(file.path()));
     }
     return all;
 }

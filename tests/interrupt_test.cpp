@@ -1,5 +1,6 @@
 // The interrupt table: decoding it and printing it again.
 #include "cpu_stat_manager.h"
+#include "file_text.h"
 #include "manager_support.h"
 
 namespace {
@@ -25,35 +26,30 @@ TEST(interrupts, are_printed_from_their_records) {
         parser.parse_interrupt(payload_area(text));
         return output.take();
     };
-    const std::string kernel =
-        two +
-        " 11:       1234          0     GICv3  27 Level     arch_timer\n"
-        "1024:    5  18446744073709551615 ITS-MSI 524288 Edge      eth0-rx\n\nab\n"
-        "  7:      1          2     GICv3  30 Level\n NMI:          9          9   Non-maskable\n"
-        "IPI0:      5678         90       Rescheduling interrupts\nIPI1:      3\nErr:  12\n";
-    EXPECT_EQ(printed(kernel),
-              two + " 11:       1234          0      GICv3   27 Level     arch_timer\n"
-                    "1024:          518446744073709551615    ITS-MSI524288 Edge      eth0-rx\n"
-                    "  7:          1          2      GICv3   30 Level\n"
-                    "IPI0:       5678         90       Rescheduling interrupts\n"
-                    "IPI1:          3          0\nErr:         12\n");
+    EXPECT_EQ(printed(test_data("inputs/interrupts/unaligned")),
+              test_data("reports/interrupts.txt"));
     const std::string failed = "parse_interrupt failed!stoul\n";
     expect_each(
         printed,
-        {" =>     \n",
-         // Without an error line, the last record stands in.
-         "CPU0\nIPI0: 5 a\nIPI1: 6 b\n => " + one + "IPI0:          5 a\nErr:          0\n",
-         "CPU0\nErr: 3\nIPI0: 5 a\nErr: 4\n =>     \n   \nIPI0:          5 a\nErr:          4\n",
-         "CPU0\n  0:  7 gic 1 Edge t\n 11: 1 gic 2 Edge a => " + one + "             7\n" + eleven,
-         "CPU0 CPU1\n 12: x 5 gic\n => " + two + " 12:          0          0               0 \n",
-         "CPU0\n 11: 1 gic 2 Edge a\nab1: 1\n => " + failed + one + eleven,
-         "CPU0 CPU1\n 12:          7 5 gic 2 Edge\n => " + two +
-             " 12:          7          5        gic    2 Edge\n",
-         "CPU0\n 11:        001 gic 2 Edge a\n => " + one + eleven,
-         "CPU0\n999999999999999999999: 1 gic 2 Edge\n => " + failed + "    \n"});
+        {{"nothing", "", "    \n"},
+         {"without an error line, the last record stands in", "CPU0\nIPI0: 5 a\nIPI1: 6 b\n",
+          one + "IPI0:          5 a\nErr:          0\n"},
+         {"an error line before others", "CPU0\nErr: 3\nIPI0: 5 a\nErr: 4\n",
+          "    \n   \nIPI0:          5 a\nErr:          4\n"},
+         {"interrupt 0", "CPU0\n  0:  7 gic 1 Edge t\n 11: 1 gic 2 Edge a",
+          one + "             7\n" + eleven},
+         {"a count that is no number", "CPU0 CPU1\n 12: x 5 gic\n",
+          two + " 12:          0          0               0 \n"},
+         {"a label that is no number", "CPU0\n 11: 1 gic 2 Edge a\nab1: 1\n",
+          failed + one + eleven},
+         {"columns of which the first alone is aligned",
+          "CPU0 CPU1\n 12:          7 5 gic 2 Edge\n",
+          two + " 12:          7          5        gic    2 Edge\n"},
+         {"leading zeros", "CPU0\n 11:        001 gic 2 Edge a\n", one + eleven},
+         {"a number too large", "CPU0\n999999999999999999999: 1 gic 2 Edge\n", failed + "    \n"}});
     std::cout << std::left;
-    expect_each(printed, {"CPU0\n 11:          1 gic 2 Edge a\n => " + one +
-                          "11 :1          gic        2     Edge a\n"});
+    EXPECT_EQ(printed("CPU0\n 11:          1 gic 2 Edge a\n"),
+              one + "11 :1          gic        2     Edge a\n");
     std::cout << std::right;
     cout_capture output; // a header that asks for more counts than there can be
     interrupt_parser parser;

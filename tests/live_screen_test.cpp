@@ -4,6 +4,7 @@
 #include "child_process.h"
 #include "console_run.h"
 #include "drawing.h"
+#include "file_text.h"
 #include "keys.h"
 #include "page.h"
 #include "patterns.h"
@@ -59,9 +60,7 @@ void expect_golden(const std::string& name, std::string shown) {
     const std::string path = std::string(TEST_DATA "/live/") + name + ".txt";
     if (std::getenv("MONCL_REWRITE_GOLDEN") != nullptr)
         std::ofstream(path) << shown;
-    std::ostringstream expected;
-    expected << std::ifstream(path).rdbuf();
-    EXPECT_EQ(shown, expected.str()) << name;
+    EXPECT_EQ(shown, file_text(path)) << name;
 }
 } // namespace
 

@@ -1,4 +1,5 @@
 // Memory figures: decoding, broken texts, the report.
+#include "file_text.h"
 #include "manager_support.h"
 #include "peri_stat_manager.h"
 
@@ -7,10 +8,7 @@ TEST(meminfo, reports_and_keeps_its_figures_after_a_broken_text) {
     const std::string line = "MemTotal: 3.8G, Available: 1.5G, Anon: 123.0K, File: 3.0M, Slab: "
                              "2.0K, Buffer/Cache: 1023.0K";
     EXPECT_EQ(report(m, m.mem_parser, 26,
-                     "MemTotal: 3951104 kB\nMemAvailable: 1572864\nActive(anon): 100\n"
-                     "Inactive(anon): 23\nActive(file): 2048\nInactive(file): 1024\n"
-                     "Buffers: 1000\nCached: 23\nMemFree: 5\nSlab: 2 " +
-                         std::string(8192, 'k')),
+                     test_data("inputs/meminfo/every_unit") + std::string(8192, 'k')),
               line);
     EXPECT_EQ(m.mem_parser->mem.memfree, 5U);
     for (const char* broken : {"MemTotal: 1\n\n", "Slab", "Slab: x", "Slab: 9223372036854775808"})

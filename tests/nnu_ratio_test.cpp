@@ -10,10 +10,16 @@ TEST(nnu_ratio, is_the_last_line_that_holds_anything) {
     nnu_ratio_parser parser;
     auto load = [&parser](const std::string& text) {
         EXPECT_EQ(parser.parse_nnu_ratio(payload_area(text)), 1);
-        return line_of(static_cast<int>(parser.nnu_rat * 4));
+        return line_of(parser.nnu_rat);
     };
-    expect_each(load, {"37.5\n => 150 ", " => 150 ", " \n\n => 150 ", "1\n2.25 %\n => 9 ",
-                       "4\nidle => 0 ", "x\n-.5 => -2 ", "1e2 => 400 ", "0x1p3 => 0 "});
+    expect_each(load, {{"a figure", "37.5\n", "37.5 "},
+                       {"nothing keeps the load before", "", "37.5 "},
+                       {"so do lines without anything", " \n\n", "37.5 "},
+                       {"the last line counts", "1\n2.25 %\n", "2.25 "},
+                       {"no figure is 0", "4\nidle", "0 "},
+                       {"below zero", "x\n-.5", "-0.5 "},
+                       {"an exponent", "1e2", "100 "},
+                       {"a hexadecimal one is read up to its x", "0x1p3", "0 "}});
     EXPECT_EQ(parser.parse_nnu_ratio(payload_area("1e99")), 1);
     EXPECT_EQ(parser.nnu_rat, std::numeric_limits<float>::max());
     std::locale::global(before);

@@ -3,9 +3,10 @@
 #include "peri_stat_manager.h"
 
 namespace {
+using namespace std::string_literals;
 using manager = peri_stat_manager;
 
-// A count byte and the records behind it.
+// A count byte and the records after it.
 std::string counted(int count, const std::string& records) {
     return static_cast<char>(count) + records;
 }
@@ -54,28 +55,44 @@ TEST(peri, requests) {
 TEST(peri, reports) {
     offline<manager> m;
     auto by = [&m](auto parser, int sub) {
-        return [&m, parser, sub](std::string text) {
-            std::replace(text.begin(), text.end(), '|', '\0');
-            return report(m, parser, sub, text);
-        };
+        return [&m, parser, sub](const std::string& text) { return report(m, parser, sub, text); };
     };
-    // Single values: each case starts from the value of the one before.
-    expect_each(by(m.th_parser, 3),
-                {"45000\n => 45000", " => 45000", " \n\t\n => 45000", "1\nhot => 0",
-                 "hot\n \t31000 mC => 31000", "-1 => 18446744073709551615"});
-    expect_each(by(m.co_parser, 1), {"3 => 3", "\n => 3", "x => 0"});
-    // The list begins anew with each answer, its first value at 0.
+    // Single values; each case starts from the value of the one before.
+    expect_each(by(m.th_parser, 3), {{"a value", "45000\n", "45000"},
+                                     {"nothing keeps the value", "", "45000"},
+                                     {"so do blanks", " \n\t\n", "45000"},
+                                     {"a last line that is no number", "1\nhot", "0"},
+                                     {"the last line with anything", "hot\n \t31000 mC", "31000"},
+                                     {"below zero", "-1", "18446744073709551615"}});
+    expect_each(by(m.co_parser, 1),
+                {{"a state", "3", "3"}, {"nothing keeps it", "\n", "3"}, {"no number", "x", "0"}});
+    // Two lists, each a count and as many texts that end in a NUL. A list begins anew with each
+    // answer, its first value at 0.
     const std::string thermal = "Thermal(mC):    ";
     expect_each(by(m.all_th_parser, 19),
-                {"|| => " + thermal + "Cooling_stat:   ",
-                 "\2\3"
-                 "1|2\n|45000\n|46000|47000| => " +
-                     thermal + "45000  46000  47000  Cooling_stat:   1      2      ",
-                 "\3\3|5|||7\n8|x| => " + thermal +
-                     "0      8      0      Cooling_stat:   0      5      5      ",
-                 "|\2"
-                 "12345678|1| => " +
-                     thermal + "123456781      Cooling_stat:   "});
+                {{"nothing", "\0\0"s, thermal + "Cooling_stat:   "},
+                 {"both lists",
+                  "\2\3"
+                  "1\0"
+                  "2\n\0"
+                  "45000\n\0"
+                  "46000\0"
+                  "47000\0"s,
+                  thermal + "45000  46000  47000  Cooling_stat:   1      2      "},
+                 {"empty texts repeat the value before",
+                  "\3\3"
+                  "\0"
+                  "5\0"
+                  "\0"
+                  "\0"
+                  "7\n8\0"
+                  "x\0"s,
+                  thermal + "0      8      0      Cooling_stat:   0      5      5      "},
+                 {"a value that fills its column",
+                  "\0\2"
+                  "12345678\0"
+                  "1\0"s,
+                  thermal + "123456781      Cooling_stat:   "}});
     const std::string n16(16, 'n');
     const std::string n32(32, 'n');
     const std::string heaps = record(n16, 16, {1536}) + record("cma", 16, {1 << 30});
@@ -136,7 +153,7 @@ TEST(peri, takes_only_the_records_the_payload_holds) {
         same(m.part_parser->part_vec.data(), m.part_parser->part_vec.size(), std::min(count, 127));
         same(m.ion_parser->ion_vec.data(), m.ion_parser->ion_vec.size(), count);
     }
-    // Texts that end with the payload, and none behind it.
+    // Texts that end with the payload.
     all_thermal_parser all;
     EXPECT_EQ(all.parse_all(payload_area("\2\xff" + std::string(8188, ' ') + "42")), 1);
     EXPECT_EQ(all.all_co, (std::vector<std::uint64_t>{42, 42}));

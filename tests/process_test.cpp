@@ -1,5 +1,6 @@
 // Processes and performance counting: decoding, rates, reports, and the manager's requests.
 #include "cpu_stat_manager.h"
+#include "file_text.h"
 #include "manager_support.h"
 
 namespace {
@@ -51,20 +52,29 @@ TEST(process_stat, usage) {
 TEST(process_io, rates_are_over_whole_seconds) {
     offline<cpu_stat_manager> m;
     m.add_io_monitor_process(-2);
-    const std::string wrapped = "write/s:18014398509481984.000\n";
-    auto next = [&m, ms = 0L](const std::string& text) mutable {
-        ms += std::stol(text);
-        const timeval time{1 + ms / 1000, ms % 1000 * 1000};
-        return report(m, m.io_parser[0], 4, text.substr(text.find(' ') + 1), time);
+    long ms = 0;
+    const struct {
+        const char* name;
+        long after_ms; // since the answer before
+        const char* text;
+        std::string rates;
+    } answers[] = {
+        {"nothing to compare with", 0, "read_bytes: 1000\nwrite_bytes: 0\nsyscw: 4",
+         "read/s:0.000, write/s:0.000"},
+        {"two seconds and a half count as two", 2500, "read_bytes: 6120\nwrite_bytes: 4096",
+         "read/s:2.500, write/s:2.000"},
+        {"less than a second keeps the rates", 999, "read_bytes: 99999\nwrite_bytes: 99999",
+         "read/s:2.500, write/s:2.000"},
+        {"so does a broken text", 1001, "rchar:\n", "read/s:2.500, write/s:2.000"},
+        {"a counter that runs backwards wraps", 1000, "read_bytes: 101023\nwrite_bytes: 98975",
+         "read/s:1.000, write/s:18014398509481984.000"},
     };
-    expect_each(
-        next,
-        {"0 read_bytes: 1000\nwrite_bytes: 0\nsyscw: 4 => pid:-2, read/s:0.000, write/s:0.000\n",
-         "2500 read_bytes: 6120\nwrite_bytes: 4096 => pid:-2, read/s:2.500, write/s:2.000\n",
-         // Not a whole second: the rates stay, as they do after a broken text.
-         "999 read_bytes: 99999\nwrite_bytes: 99999 => pid:-2, read/s:2.500, write/s:2.000\n",
-         "1001 rchar:\n => pid:-2, read/s:2.500, write/s:2.000\n",
-         "1000 read_bytes: 101023\nwrite_bytes: 98975 => pid:-2, read/s:1.000, " + wrapped});
+    for (const auto& each : answers) {
+        ms += each.after_ms;
+        const timeval time{1 + ms / 1000, ms % 1000 * 1000};
+        EXPECT_EQ(report(m, m.io_parser[0], 4, each.text, time), "pid:-2, " + each.rates + "\n")
+            << each.name;
+    }
     EXPECT_EQ(m.printed.take(), "parse_process_io failed:stol\n");
 }
 
@@ -124,16 +134,8 @@ TEST(cpu_stat_manager, follows_the_switch_of_performance_counting) {
     EXPECT_TRUE(m.perf_parser->enabled);
     std::string text = report(m, m.perf_parser, 11, native(counters), {100, 2000});
     if (const auto sign = text.find("-nan"); sign != text.npos)
-        text.erase(sign, 1); // which the processor chooses
-    EXPECT_EQ(text, "System Performance Stat:\n"
-                    "During:                 5002 ms\nIPC:                    2.00\n"
-                    "Migrations:             4\nPage_faults:            5\n"
-                    "Context-switch:         3\nFrontend_stall:         25.00 %\n"
-                    "Backend_stall:          0.00 %\nL1D-miss:               12.50 %\n"
-                    "L1I-miss:               25.00 %\nL2D-miss:               5.00 %\n"
-                    "L3D-miss:               30.00 %\nLLC-miss:               75.00 %\n"
-                    "Dtlb-miss:              nan %\nITLB-miss:              37.50 %\n"
-                    "Branch-miss:            inf %\n");
+        text.erase(sign, 1); // the processor chooses the sign
+    EXPECT_EQ(text, test_data("reports/counters.txt"));
     report(m, m.perf_parser, 99, "", {103, 0}); // changes nothing but the time
     EXPECT_TRUE(m.perf_parser->enabled && m.perf_parser->timestamp.tv_sec == 103);
     report(m, m.perf_parser, 12, "");

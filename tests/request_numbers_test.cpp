@@ -1,20 +1,18 @@
 // The requests that the server answers, against those that the protocol page lists.
+#include "file_text.h"
 #include "patterns.h"
 #include "sampler.h"
 
 #include <algorithm>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
 
 namespace {
 using numbers = std::vector<std::pair<int, int>>;
 
 // The first two columns of the table of queries; an empty command repeats the one above it.
 numbers read_page() {
-    std::ostringstream page;
-    page << std::ifstream(PROTOCOL_PAGE).rdbuf();
-    std::string queries = page.str().substr(page.str().find("\n## Queries\n") + 1);
+    const std::string page = file_text(PROTOCOL_PAGE);
+    std::string queries = page.substr(page.find("\n## Queries\n") + 1);
     queries.resize(queries.find("\n## "));
     numbers all;
     int command = 0;

@@ -12,12 +12,20 @@ TEST(sys_info, decoding) {
         version.parse_version(payload_area(text));
         return line_of(freq.cpu_f->cpu_frequency, possible.cpu_num, version.ver->version);
     };
-    // A number; what follows two characters, or else the count before, and one; a word.
-    expect_each(decoded,
-                {"0-7\n => 0 8 0-7 ", " => 0 8  ", "0\n => 0 9 0 ", "0-x => 0 1 0-x ",
-                 "0-63 => 0 64 0-63 ", "10-15 => 10 -14 10-15 ", "V1.2 x\n => 0 1 V1.2 ",
-                 "1\n  2 c\n\n => 2 4 2 ", "7\nx => 0 6 x ", "-1 => 18446744073709551615 7 -1 ",
-                 "99999999999999999999 => 18446744073709551615 -2147483648 99999999999999999999 "});
+    // A frequency, a count of CPUs (one more than what follows two characters, or else than the
+    // count before), a version (a word).
+    expect_each(decoded, {{"a range", "0-7\n", "0 8 0-7 "},
+                          {"nothing", "", "0 8  "},
+                          {"one CPU", "0\n", "0 9 0 "},
+                          {"a range to no number", "0-x", "0 1 0-x "},
+                          {"two digits", "0-63", "0 64 0-63 "},
+                          {"a range that does not start at 0", "10-15", "10 -14 10-15 "},
+                          {"a version", "V1.2 x\n", "0 1 V1.2 "},
+                          {"the last line with a number", "1\n  2 c\n\n", "2 4 2 "},
+                          {"a last line without one", "7\nx", "0 6 x "},
+                          {"a number below zero", "-1", "18446744073709551615 7 -1 "},
+                          {"a number too large", "99999999999999999999",
+                           "18446744073709551615 -2147483648 99999999999999999999 "}});
 }
 
 TEST(sys_info, queries) {

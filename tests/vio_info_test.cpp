@@ -15,7 +15,7 @@ std::string shown(const fps_map& fps) {
     return all.str();
 }
 
-// What stands behind the labels of a report, with 0 for a NUL.
+// The values of a report without their labels, with 0 for a NUL.
 std::string values(std::string report) {
     std::replace(report.begin(), report.end(), '\0', '0');
     report = with_replaced(report, "=[^\n]*\n|[a-zA-Z_ ]*:\t?", "");
@@ -80,15 +80,16 @@ TEST(vio_info, frame_rates_by_the_place_of_their_words) {
         return shown(m.isp_parse->fps) + "| " + shown(m.gdc_parse->fps);
     };
     // Lines of eleven words, and of six for GDC.
-    expect_each(decoded,
-                {"a b 3 c d e 30 f g h 25\n => 3:a 30=>25 | 3:a 0=>0 ",
-                 " \ta  b\t7 1 2 9 30 4 5 6 25 x => 7:a 30=>25 | 7:a 0=>9 ",
-                 // The first line of a pipe counts; an empty one is of pipe 0.
-                 "a b 1 c d 5 1 f g h 2\n\nb b 1 c d 8 => 0: 0=>0 1:a 1=>2 | 0: 0=>0 1:a 0=>5 ",
-                 "a b x c d 5 6 f g h 7 => 0:a 0=>0 | 0:a 0=>0 ",
-                 "a b 65536 c d 5 => 65535:a 0=>0 | 65535:a 0=>0 ",
-                 "a b -1 c d 65536 x f g h 7 => 65535:a 0=>0 | 65535:a 0=>65535 ",
-                 "a b 1 c d e 30 f g h => 1:a 30=>0 | 1:a 0=>0 "});
+    expect_each(
+        decoded,
+        {{"a board's line", "a b 3 c d e 30 f g h 25\n", "3:a 30=>25 | 3:a 0=>0 "},
+         {"more blanks, more words", " \ta  b\t7 1 2 9 30 4 5 6 25 x", "7:a 30=>25 | 7:a 0=>9 "},
+         {"the first line of a pipe counts; an empty line is pipe 0",
+          "a b 1 c d 5 1 f g h 2\n\nb b 1 c d 8", "0: 0=>0 1:a 1=>2 | 0: 0=>0 1:a 0=>5 "},
+         {"a pipe that is no number", "a b x c d 5 6 f g h 7", "0:a 0=>0 | 0:a 0=>0 "},
+         {"a pipe too large", "a b 65536 c d 5", "65535:a 0=>0 | 65535:a 0=>0 "},
+         {"a pipe below zero", "a b -1 c d 65536 x f g h 7", "65535:a 0=>0 | 65535:a 0=>65535 "},
+         {"a line that ends early", "a b 1 c d e 30 f g h", "1:a 30=>0 | 1:a 0=>0 "}});
 }
 
 TEST(vio_info, use_cases_and_statistics) {
@@ -97,19 +98,22 @@ TEST(vio_info, use_cases_and_statistics) {
         EXPECT_TRUE(isp_parser().parse_isp_info(payload_area(text)));
         return values(printed.take());
     };
-    // Counts as characters, pipe, rate, width, height, mode; what was read holds for the next.
+    // Counts as characters, pipe, rate, width, height, mode.
     const std::string id = "isp_pipe pipeline_id\nid";
     const std::string ctx = "fw_ctx_count x\n";
-    expect_each(isp, {ctx + "4 2 2\ndev_sched_mode\n\tauto x\n" + id + ": 1\n" + usecase +
-                          " => 4 2 2 1 30 19 10 auto ",
-                      ctx + "12 3\n" + usecase + id + " 4\n" + ask +
-                          "9 => 1 2 3 0 30 19 10 1 2 3 4 30 9 10 ",
-                      "isp_pipe usecase => 0 0 0 0 0 0 0 ",
-                      ctx + "4\n" + usecase + "fw_ctx_count => 4 0 0 0 30 19 10 ",
-                      // The line behind a keyword is not looked at for keywords.
-                      "dev_sched_mode\n" + ask + "1\n" + usecase + " => 0 0 0 0 30 19 10 isp_pipe ",
-                      id + " x\n" + ask + "1 x 3 => 0 0 0 0 0 1 0 ",
-                      "ISP_PIPE usecase\na b c 1 2\nisp_pipes usecase\nisp_pipe\nusecase\n => "});
+    expect_each(
+        isp,
+        {{"all of it", ctx + "4 2 2\ndev_sched_mode\n\tauto x\n" + id + ": 1\n" + usecase,
+          "4 2 2 1 30 19 10 auto "},
+         {"what was read holds for the next use case",
+          ctx + "12 3\n" + usecase + id + " 4\n" + ask + "9", "1 2 3 0 30 19 10 1 2 3 4 30 9 10 "},
+         {"a keyword at the end", "isp_pipe usecase", "0 0 0 0 0 0 0 "},
+         {"one count of three", ctx + "4\n" + usecase + "fw_ctx_count", "4 0 0 0 30 19 10 "},
+         {"the line after a keyword is no keyword", "dev_sched_mode\n" + ask + "1\n" + usecase,
+          "0 0 0 0 30 19 10 isp_pipe "},
+         {"words that are no numbers", id + " x\n" + ask + "1 x 3", "0 0 0 0 0 1 0 "},
+         {"words that are no keywords",
+          "ISP_PIPE usecase\na b c 1 2\nisp_pipes usecase\nisp_pipe\nusecase\n", ""}});
     auto scaler = [&printed](const std::string& text) {
         const bool good = pym_parser().parse_pym_stat(payload_area(text));
         const std::string report = printed.take();
@@ -121,12 +125,17 @@ TEST(vio_info, use_cases_and_statistics) {
     // count has one, and it reaches over line ends to the next comma, or to the end.
     const std::string first = pym + "hw_drop_cnt: 7, isp drop cnt: 2\nsw drop cnt: 3\n";
     expect_each(scaler,
-                {"no header\n => ", first + " => 2 19 10 0 3 2 ",
-                 pym + " 7 hw: 8, a b c 2\na b c 3\n" + pym + "x => 2 19 10 7 3 2 2 19 10 0 0 0 ",
-                 "=\n\n1 => 0 0 0 1 0 0 ", pym + "hw: 7\n" + first + " => 2 19 10 0 3 2 ",
-                 "=\nmode: 12 width: x height: 5\na: 1,b c d e\n => 1 0 0 0 0 0 ",
-                 first + pym + ",a b c 2\n => failed 2 19 10 0 3 2 ",
-                 first + "= => failed 2 19 10 0 3 2 ", pym + "hw:, => failed "});
+                {{"no header", "no header\n", ""},
+                 {"a count in each field but the first", first, "2 19 10 0 3 2 "},
+                 {"two scalers", pym + " 7 hw: 8, a b c 2\na b c 3\n" + pym + "x",
+                  "2 19 10 7 3 2 2 19 10 0 0 0 "},
+                 {"a header without figures", "=\n\n1", "0 0 0 1 0 0 "},
+                 {"a scaler that the next cuts off", pym + "hw: 7\n" + first, "2 19 10 0 3 2 "},
+                 {"words that are no numbers", "=\nmode: 12 width: x height: 5\na: 1,b c d e\n",
+                  "1 0 0 0 0 0 "},
+                 {"a field without a colon", first + pym + ",a b c 2\n", "failed 2 19 10 0 3 2 "},
+                 {"a header at the end", first + "=", "failed 2 19 10 0 3 2 "},
+                 {"no count at all", pym + "hw:,", "failed "}});
 }
 
 TEST(vio_info, takes_an_answer_of_many_parts_whole_or_ends_it_in_an_error) {

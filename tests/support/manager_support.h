@@ -1,5 +1,5 @@
-// What the managers' tests share: requests checked byte for byte, answers put in front of a
-// manager without a server, payloads in memory that ends where they end.
+// What the managers' tests share: requests checked byte for byte, answers given to a manager
+// without a server, payloads in memory that ends where they end.
 #ifndef MONCL_TESTS_MANAGER_SUPPORT_H
 #define MONCL_TESTS_MANAGER_SUPPORT_H
 
@@ -33,24 +33,30 @@ inline std::string repeated(const std::string& text, int count) {
     return all.str();
 }
 
-/// @p values, a blank behind each.
+/// @p values, a blank after each.
 template<class... Values>
 std::string line_of(const Values&... values) {
     std::ostringstream out;
+    out.imbue(std::locale::classic());
     ((out << values << ' '), ...);
     return out.str();
 }
 
-/// Checks that @p decode makes of the first half of each "TEXT => RESULT" the second.
+/// A text, and what must come of it.
+struct text_case {
+    const char* name;
+    std::string text;
+    std::string expected;
+};
+
+/// Checks what @p decode makes of each text.
 template<class Decode>
-void expect_each(Decode decode, std::initializer_list<std::string> cases) {
-    for (const std::string& each : cases) {
-        const std::size_t middle = each.find(" => ");
-        EXPECT_EQ(decode(each.substr(0, middle)), each.substr(middle + 4)) << each;
-    }
+void expect_each(Decode decode, std::initializer_list<text_case> cases) {
+    for (const text_case& each : cases)
+        EXPECT_EQ(decode(each.text), each.expected) << each.name;
 }
 
-/// A request apart from its time stamp, which is zero, and the 4 bytes behind its payload.
+/// A request apart from its time stamp, which is zero, and the 4 bytes after its payload.
 inline std::string request_bytes(int command, int sub_command, const std::string& payload) {
     std::string bytes =
         native(command) + native(sub_command) + native(static_cast<int>(payload.size())) + "0";
@@ -86,8 +92,8 @@ inline std::string sent(scripted_server& server, int result) {
     return result != 0 ? std::to_string(result) + text : text.substr(text.empty() ? 0 : 1);
 }
 
-/// An answer's payload and the 4 bytes behind it, at the alignment it has in a frame. It is memory
-/// of its own, so that a sanitizer sees a read behind it.
+/// An answer's payload and the 4 bytes after it, at the alignment it has in a frame. It is memory
+/// of its own, so that a sanitizer sees a read beyond it.
 class payload_area {
 public:
     explicit payload_area(const std::string& bytes) {

@@ -79,10 +79,16 @@ TEST_F(peripherals, names_choose_devices_and_mount_points) {
     for (const char* point : {"/again/x", "/hidden/x", "/a b/x", "/far/x"})
         tree.write(point, "");
     auto found = [this](const std::string& wanted) { return names(25, sizeof(part_info), wanted); };
-    expect_each(found, {" => vda1 vg-a ", "\1 => vda1 vg-a ", "\1/gone => ", "\1\\ => ",
-                        "\1vda1 /dev/vda1 / /again/  => vda1 /dev/vda1 / /again/ ",
-                        "\1vdb nosuch /nosuch /far /a\\040b vg-a => /far /a b vg-a ",
-                        "\1" + repeated("/ ", 500) + " => " + repeated("/ ", 127)});
+    expect_each(found,
+                {{"an empty request", "", "vda1 vg-a "},
+                 {"no name", "\1", "vda1 vg-a "},
+                 {"a file system that is gone", "\1/gone", ""},
+                 {"a lone backslash", "\1\\", ""},
+                 {"one device by all its names", "\1vda1 /dev/vda1 / /again/ ",
+                  "vda1 /dev/vda1 / /again/ "},
+                 {"hidden, missing, remote, with a blank",
+                  "\1vdb nosuch /nosuch /far /a\\040b vg-a", "/far /a b vg-a "},
+                 {"more than an answer holds", "\1" + repeated("/ ", 500), repeated("/ ", 127)}});
 }
 
 TEST_F(peripherals, sensor_without_a_figure_leaves_the_others_in_place) {

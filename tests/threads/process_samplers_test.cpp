@@ -49,8 +49,11 @@ TEST_F(process_samplers, status_and_accounts) {
         EXPECT_EQ(ask(3, 12), 0);
         return asker.bytes.substr(0, asker.bytes.find(" S "));
     };
-    expect_each(word, {"two words => 12 (two_words)", "a) (b => 12 (a)_(b)", " => 12 ()",
-                       "tab\tline\n => 12 (tab_line_)", "\xc3\xa9t\x7f => 12 (\xc3\xa9t_)"});
+    expect_each(word, {{"a blank", "two words", "12 (two_words)"},
+                       {"parentheses", "a) (b", "12 (a)_(b)"},
+                       {"no name", "", "12 ()"},
+                       {"control characters", "tab\tline\n", "12 (tab_line_)"},
+                       {"letters beyond ASCII", "\xc3\xa9t\x7f", "12 (\xc3\xa9t_)"}});
     EXPECT_EQ(asker.bytes.substr(asker.bytes.find("8192 ")),
               "8192 25 9 0 0 0 0 0 0 0 0 0 0 0 0 17 3 0 0 0 0 0\n")
         << "the addresses after the limit of 9 pages are hidden";
