@@ -1,4 +1,4 @@
-// Decoding against the plain standard-library way over the same text.
+// Decoding by the parsers, and with the standard library's streams, of the same text.
 #include "client.h"
 #include "stream_way.h"
 #include "texts.h"

@@ -1,5 +1,5 @@
 // A night of a simulated board, recorded by a clock that runs fast: 8 hours at 1 s, by a program
-// that is killed three times on the way. What comes out is checked against what was recorded.
+// that is killed three times on the way. Checks what is read against what was recorded.
 // Usage: moncl_night FILE [SECONDS]
 #include "library_output.h"
 #include "local_server.h"
@@ -23,7 +23,7 @@ using namespace tools;
 
 constexpr int kills = 3;
 constexpr int seconds_of_night = 8 * 3600;
-constexpr int dark_seconds = 60; // that a killed program does not record
+constexpr int dark_seconds = 60; // without a recorder, after each kill
 const std::chrono::system_clock::time_point evening{std::chrono::seconds(1800000000)};
 
 /// A server whose reports are a second apart by a clock of their own, and not in truth.

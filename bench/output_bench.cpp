@@ -1,5 +1,5 @@
-// What a sample costs on its way from a decoded answer to text: rates, then each form of output.
-// The query that it stands beside is `cpu_query_100`.
+// What a sample costs from a decoded answer to text: rates, then each form of output. Compare with
+// the query that it comes from, `cpu_query_100`.
 #include "output.h"
 #include "rates.h"
 #include "texts.h"

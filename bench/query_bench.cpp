@@ -19,7 +19,8 @@ extern "C" int __android_log_print(int, const char*, const char*, ...) {
 }
 
 namespace {
-// Unpinned, both ends flip between two placements and the figures with them.
+// Without pinning, the scheduler changes between two placements of both ends, and the times change
+// with them.
 void pin_to(int cpu) {
     cpu_set_t set;
     CPU_ZERO(&set);
@@ -108,7 +109,7 @@ private:
     std::thread thread_;
 };
 
-// What a query cannot do without: send, poll, receive all parts.
+// The least that a query does: send, poll, receive all parts.
 void raw_trip(benchmark::State& state, const std::vector<std::string>& answer) {
     echo_server server(answer);
     void* context = zmq_ctx_new();
@@ -173,7 +174,7 @@ void cpu_query_encrypted(benchmark::State& state) {
         state, packets(1, cpu_table(9)),
         [](cpu_stat_manager& manager) { return manager.get_cpu_usage(nullptr); }, &keys);
 }
-// The table that the output benchmarks' samples are of the size of.
+// A table of the size of the output benchmarks' samples.
 void cpu_query_100(benchmark::State& state) {
     library_query(state, packets(1, cpu_table(101)),
                   [](cpu_stat_manager& manager) { return manager.get_cpu_usage(nullptr); });

@@ -23,7 +23,7 @@ struct bench_file {
     const std::string path = folder / "bench.db";
 };
 
-// Every counter of every CPU is another at each second.
+// Every counter of every CPU changes at each second.
 sample cpus_at(int second, unsigned cpus) {
     sample figures;
     figures.time = start + std::chrono::seconds(second);
@@ -35,7 +35,7 @@ sample cpus_at(int second, unsigned cpus) {
     return figures;
 }
 
-// The CPU time per iteration counts: writing itself waits for the disk.
+// Compare CPU times: writing itself waits for the disk.
 void recording_500_values(benchmark::State& state) {
     const bench_file file;
     const std::string host = "board";

@@ -2,11 +2,11 @@
 //
 // Usage: moncl_server_bench PORT MODE CLIENTS SECONDS [PAUSE_MS]
 //
-// One client asks for CPU usage every 2 ms and measures each answer; beside it CLIENTS others ask
-// as fast as they get answers, or PAUSE_MS after each, for what MODE says: cpu, top (busiest
-// processes), thermal (zone 0), irq, or bare (peers that send a message without a delimiter and go
-// away). Prints milliseconds of the SECONDS after the first three pauses and a second, in which all
-// connect.
+// One client asks for CPU usage every 2 ms and measures each answer. At the same time CLIENTS
+// others ask as fast as they get answers, or PAUSE_MS after each, for what MODE says: cpu, top
+// (busiest processes), thermal (zone 0), irq, or bare (peers that send a message without a delimiter
+// and go away). Prints milliseconds of the SECONDS after the first three pauses and a second, in
+// which all connect.
 #include "common_func.h"
 #include "mon_cpu.h"
 
@@ -37,7 +37,7 @@ constexpr asked_for modes[] = {
     {"bare", cpu_command, cpu_request::usage},
 };
 
-// What one client saw.
+// The waiting times of one client.
 struct waits {
     std::vector<double> ms; // of each answer
     long unanswered = 0;

@@ -31,7 +31,7 @@ namespace {
 std::atomic<long> errors_logged{0};
 }
 
-// A million failures would be a million lines.
+// Counts errors without printing them: a million failures would be a million lines.
 extern "C" int __android_log_print(int priority, const char*, const char*, ...) {
     constexpr int error = 6;
     errors_logged += priority >= error;
@@ -324,7 +324,7 @@ public:
     }
 
 private:
-    static constexpr long settling = 10000; // queries until memory is what it stays
+    static constexpr long settling = 10000; // queries until memory stops growing
     // Most that a server makes, one by one, when a read takes its time.
     static constexpr long reader_threads = 64;
 
@@ -347,7 +347,7 @@ private:
             held[each == &encrypted_] = ids;
             well_ = ids == each->asking.ids() && well_;
         }
-        usleep(300000); // a server closes the connections of its visitors when it gets to it
+        usleep(300000); // a server closes connections of visitors some time after they left
         const holdings client(getpid());
         out_ << std::setw(10) << asked_;
         show(client);

@@ -1,4 +1,4 @@
-// Decoding the plain standard-library way, to compare with.
+// Decoding with the standard library's streams: what the parsers are compared with.
 #ifndef MONCL_BENCH_STREAM_WAY_H
 #define MONCL_BENCH_STREAM_WAY_H
 

@@ -18,7 +18,7 @@ std::string cpu_table(int lines) {
     std::string text;
     for (int i = 0; i < lines; ++i) {
         text += i == 0 ? "cpu " : "cpu" + std::to_string(i - 1);
-        // Four days at 100 ticks a second, shared out as on a half idle machine.
+        // Four days at 100 ticks a second, divided as on a half idle machine.
         for (unsigned most : {9000000, 20000, 3000000, 30000000, 150000, 1, 300000, 10000, 1, 1})
             append(text, " %u", static_cast<unsigned>(random() % most));
         text += "\n";

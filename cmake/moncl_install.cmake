@@ -10,7 +10,7 @@ write_basic_package_version_file(moncl-config-version.cmake COMPATIBILITY SameMa
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/moncl-config.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/moncl-config-version.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/moncl)
-# A program that links the static library links what that needs.
+# Whoever links the static library has to link what it needs.
 set(MONCL_PC_REQUIRES Requires)
 if(BUILD_SHARED_LIBS)
   set(MONCL_PC_REQUIRES Requires.private)

@@ -1,5 +1,5 @@
-# The log behind the library: our fallback, or the platform's own library, which Debian has for hosts
-# as well, outside the usual folders.
+# What the library logs with: our fallback, or the platform's own library. Debian has that for hosts too,
+# outside the usual folders.
 if(MONCL_PLATFORM_LOG STREQUAL fallback)
   target_sources(moncl PRIVATE platform/android_log.cpp)
 elseif(MONCL_PLATFORM_LOG STREQUAL liblog)

@@ -1,7 +1,7 @@
 // Whole answers: what a server may send back to each query of the six managers, over real sockets.
 //
 // The input is a query, then parts: two bytes with the size of the part, one with its number of
-// copies, and a piece for what it starts with; the rest of it is zeros.
+// copies, and a piece for its first bytes; the rest of the part is zeros.
 #include "cpu_stat_manager.h"
 #include "fuzz_support.h"
 #include "net_stat_manager.h"
@@ -195,7 +195,7 @@ std::vector<std::string> read_parts(fuzz::input& in) {
     return parts;
 }
 
-// Takes what is left of an answer: the socket sends no request before.
+// Takes what is left of an answer. Until then the socket sends no request.
 void take_rest(client_comm& connection) {
     char part;
     while (fuzz::receive(connection.get_socket(), &part, 1) >= 0) {
@@ -218,8 +218,8 @@ void fuzz_answers(const std::uint8_t* data, std::size_t size) {
         managers all(connection);
         ask(query % 30, all, system, server.port());
     }
-    const unsigned char* behind = connection->get_recv_data()->msg + answer_payload_max;
-    fuzz::expect(behind[0] == 0 && behind[3] == 0, "no zero behind the payload");
+    const unsigned char* after = connection->get_recv_data()->msg + answer_payload_max;
+    fuzz::expect(after[0] == 0 && after[3] == 0, "no zero after the payload");
     take_rest(*connection);
 }
 

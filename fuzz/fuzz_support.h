@@ -58,7 +58,7 @@ private:
 /// A run decodes no more pieces of its input than this.
 inline constexpr int most_pieces = 8;
 
-/// A text and its NUL in memory that ends there, so that a sanitizer sees a read behind it.
+/// A text and its NUL in memory that ends there, so that a sanitizer sees a read beyond it.
 class text_payload {
 public:
     explicit text_payload(std::string_view text) : text_(text), bytes_(copy(text)) {}

@@ -1,5 +1,5 @@
-// What makes the one fuzz target of a program a fuzzer. It is kept quiet: decoders print, and log
-// what they refuse.
+// Makes a fuzzer of the one target that is linked with this file, and drops what decoders print and
+// log.
 #include "fuzz_support.h"
 #include "platform_log.h"
 

@@ -6,7 +6,7 @@
 #include <stdexcept>
 
 namespace {
-// Records without padding between their fields, or with zeros there: all are made zeroed.
+// Padding is equal as well, because all records start as zeros.
 template<class Record>
 bool same(const Record& a, const Record& b) {
     return std::memcmp(&a, &b, sizeof a) == 0;

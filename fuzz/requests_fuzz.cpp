@@ -2,8 +2,8 @@
 // of files, and a simulated board for what the tree lacks.
 //
 // The input is messages: a byte of flags (1: several parts, of which more follow; 2: without the
-// empty part in front that a request has) and a piece. Behind each message goes one that the server
-// must answer, whatever it makes of the first.
+// empty part in front that a request has) and a piece. After each message a second one follows,
+// which the server must answer whatever the first was.
 #include "fuzz_support.h"
 #include "monitor_server.h"
 
@@ -34,7 +34,7 @@ public:
         send({reinterpret_cast<const char*>(&header), frame_header_size}, false);
     }
 
-    // Takes all answers up to the probe's.
+    // Takes all answers up to that to the probe.
     void take_answers(bool refusals) {
         for (;;) {
             const data_struct header = take_answer();
@@ -47,7 +47,7 @@ public:
 private:
     data_struct take_answer() {
         data_struct header{};
-        while (receive(header) != 0) { // whatever stood in front of the request
+        while (receive(header) != 0) { // the parts that stood before the request
         }
         int received = 0;
         do {
@@ -96,7 +96,7 @@ bool is_malformed(std::string_view frame) {
            header.crc != 0;
 }
 
-// Returns whether the server must refuse the message, however much of it makes sense.
+// Returns whether the server must refuse the message.
 bool send_message(raw_client& client, fuzz::input& in) {
     bool refused = false;
     bool first = true;

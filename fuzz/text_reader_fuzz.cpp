@@ -74,13 +74,14 @@ void read_one(text_reader& reader, std::istream& stream, unsigned char what) {
 void fuzz_text_reader(const std::uint8_t* data, std::size_t size) {
     fuzz::input in(data, size);
     const std::string_view reads = in.text();
-    // Not ended by anything: a reader knows where its text ends.
+    // Nothing ends the text: a reader must stop at its size.
     const std::string_view given = in.bytes(size);
     const auto memory = std::make_unique<char[]>(given.size());
     std::copy(given.begin(), given.end(), memory.get());
     const std::string_view text(memory.get(), given.size());
 
-    // Once as a text, and once as a text's first line, behind which others may be looked at.
+    // Once as a whole text, and once as its first line. The reader of a line may look at those
+    // after it.
     std::string_view line;
     text_reader lines(text);
     const bool any = lines.next_line(line);

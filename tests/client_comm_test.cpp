@@ -105,7 +105,8 @@ TEST_F(client_comm_test, judges_answers) {
         {"error like a time-out", error_packet(1, -3), -3, "", "Handle request return -3\n"},
         {"runt", packet(1, "").substr(0, 43), -1, "", "zmq_recv error, frame of 43" + shorter}};
     for (const auto& [name, answer, result, shown, logged] : cases) {
-        ASSERT_EQ(ask({packet(1, std::string(8192, 'z'))}), 8240); // would show through
+        ASSERT_EQ(ask({packet(1, std::string(8192, 'z'))}),
+                  8240); // its bytes must not be seen later
         const auto before = connection->get_recv_time_us();
         EXPECT_EQ(ask({answer}), result) << name;
         EXPECT_GE(connection->get_recv_time_us(), before);
@@ -138,7 +139,8 @@ TEST_F(client_comm_test, joins_parts) {
         connection = server.connect(whole);
         EXPECT_EQ(ask(answer), 8240);
         errors();
-        std::vector<unsigned char> room(static_cast<std::size_t>(size)); // its end is guarded
+        std::vector<unsigned char> room(
+            static_cast<std::size_t>(size)); // a sanitizer sees a write beyond it
         EXPECT_EQ(connection->recv_more_msg(room.data(), size), result);
         const std::string filled = field(arrived, (arrived.size() + 8191) / 8192 * 8192);
         EXPECT_TRUE(std::equal(filled.begin(), filled.end(), reinterpret_cast<char*>(room.data())));
@@ -192,7 +194,7 @@ TEST_F(client_comm_test, closes_after_a_signal_interrupted_it) {
 }
 
 TEST_F(client_comm_test, leaves_nothing_open_where_it_cannot_connect) {
-    client_comm::client_id = 0; // or what follows would give it back
+    client_comm::client_id = 0; // the destructor would give it back
     client_comm nowhere("no such host name", 1);
     EXPECT_EQ(nowhere.connect_to_server(), -3);
     EXPECT_EQ(errors(), "zmq_connect error, Invalid argument\n");

@@ -28,7 +28,7 @@ TEST(common_func, file_cache) {
         return std::to_string(n) + reinterpret_cast<char*>(buf.data());
     };
     const auto open_before = open_files();
-    // A map that cannot grow: as when memory has run out.
+    // A map that cannot grow acts as if memory had run out.
     file_cache::file_fds_cache.max_load_factor(1e-18F);
     EXPECT_THROW(read(path, 100, true), std::bad_alloc);
     EXPECT_THROW(file_cache::open_and_cache(path), std::bad_alloc);

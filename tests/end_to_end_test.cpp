@@ -63,7 +63,7 @@ std::pair<double, double> totals(int pid) {
 }
 } // namespace
 
-// Of what the kernel says of all CPUs, no time is lost and none is counted twice.
+// No time of the kernel's CPU table is lost, and none is counted twice.
 TEST(end_to_end, several_subjects_of_this_machine_are_json_that_adds_up) {
     server_process server;
     moncl run("part,system,cpu,mem,disk,net,top,irq 0.3 2 --json -P ALL -P all", server.port);

@@ -1,5 +1,5 @@
-// Faults between client and server, for each manager: what the query says and logs, that it ends in
-// time and leaves the sample before it, and how a front end gets on.
+// Faults between client and server, for each manager: what the query returns and logs, that it ends
+// in time and keeps the sample before, and how a front end recovers.
 #include "child_process.h"
 #include "cpu_stat_manager.h"
 #include "fault_relay.h"
@@ -29,7 +29,7 @@ struct subject {
     const char* name;
     std::function<front_end(int port)> start;
     std::function<std::string(int n)> payload;
-    bool empties = false; // what it fills, before it asks
+    bool empties = false; // a query empties what it fills
 };
 
 template<class Manager, class Query, class Sample>
@@ -74,7 +74,7 @@ const subject subjects[] = {
 };
 
 using clock_type = std::chrono::steady_clock;
-constexpr std::chrono::seconds in_time{4}; // 1 s, and what a busy machine takes
+constexpr std::chrono::seconds in_time{4}; // the time-out of 1 s, and 3 s for a busy machine
 // The transport's bytes in front of a packet: a flag byte and a length of 8; before them all an
 // empty frame.
 constexpr std::size_t head = 9;
@@ -83,7 +83,7 @@ constexpr std::size_t packet_size = answer_frame_size;
 const std::string silence = "zmq_poll timeout, please check connection with 127.0.0.1:";
 
 constexpr const char* out_of_turn = "Operation cannot be accomplished in current state";
-// ZeroMQ leaves a peer whose bytes make no sense for good.
+// ZeroMQ never talks again to a peer that broke its protocol.
 constexpr const char* no_peer = "Resource temporarily unavailable";
 
 bool can_send(client_comm& connection) {

@@ -15,7 +15,7 @@ using monsrv::simulated_board;
 using std::chrono::milliseconds;
 
 namespace {
-// Some of what follows from chance and time, as text.
+// Some values that follow from seed and time, as text.
 std::string some_figures(const board_figures& figures) {
     return monsrv::load_text(figures.nnu_load[0]) + monsrv::rate_text(figures.cim[1]) +
            monsrv::isp_text(figures.isp[1]) + monsrv::pyramid_text(figures.pym[2]) +
@@ -45,7 +45,7 @@ rates_by_pipe shown(const fps_map& rates) {
 TEST(simulated_board, follows_from_seed_and_time_alone) {
     const milliseconds noon(43200000);
     const simulated_board board(7);
-    board.at(milliseconds(5)); // asked before, at another time: leaves no trace
+    board.at(milliseconds(5)); // an earlier question must not change the next answer
     const std::string text = some_figures(board.at(noon));
     EXPECT_EQ(some_figures(simulated_board(7).at(noon)), text);
     EXPECT_NE(some_figures(simulated_board(8).at(noon)), text);

@@ -58,7 +58,7 @@ TEST(vio_info, queries) {
     EXPECT_EQ(with.printed.take(),
               "================S0 info==================\npym mode:2\tinput_width:"
               "19\tinput_heigh:10\nhw_drop_cnt:0\tsw_drop_cnt:0\tisp_drop_cnt:2\n");
-    // The number of the answer counts: rates, then nothing that belongs here.
+    // The answer's number decides how it is decoded: as rates, then as nothing known.
     with.server.next_text(3, "isp p 2 fps in : 30 fps out : 25\n");
     with.server.next_text(20, usecase);
     with.log.take();
@@ -167,7 +167,7 @@ TEST(vio_info, merges_frame_rates_into_one_table) {
         {"c0 p 1 f i : 30 f o : 29", "i(c0) p 1 f i : 28 f o : 27", "c p 1 f i : 26 f o : 25",
          "c0            i             c             \n"
          "pipe1         28=>27        28=>27        28=>27        \n"},
-        // Wide figures push the row to the right; an empty name is found in every other.
+        // Wide numbers push the row to the right; an empty name is found in every other.
         {"a-name-of-the-camera p 1 f i : 65535 f o : 65535", "\n", "p p 1 f i : 100 f o : 1",
          "a-name-of-the-camera              p             \n"
          "pipe1         65535=>65535     x             100=>1         \n"},

@@ -1,6 +1,6 @@
 // One simulated server for the console's tests: the files of tests/data/board through monsrv's own
-// samplers, and what no file can hold from here. Each request is answered from the files of before
-// when it is asked for the first time, and from those of a second later then on.
+// samplers, and answers that no file of a test can cause. The first answer to each request comes
+// from the files of before, the next ones from those of a second later.
 #ifndef MONCL_TESTS_BOARD_OF_FILES_H
 #define MONCL_TESTS_BOARD_OF_FILES_H
 

@@ -1,5 +1,5 @@
-// A run of the console program within the test: sessions over servers at loopback ports, by a clock
-// that is a second further at each report.
+// A run of the console program inside the test: sessions over servers at loopback ports, by a clock
+// that advances by a second at each report.
 #ifndef MONCL_TESTS_CONSOLE_RUN_H
 #define MONCL_TESTS_CONSOLE_RUN_H
 
@@ -95,7 +95,7 @@ inline void console_run::run() {
     well = session(std::move(sources), {chosen, named, false, averages}, shown, to, said).run(stop);
     out = to.text;
     err = said.str();
-    // No test knows the ports before.
+    // Ports differ from run to run, so names take their place.
     for (std::size_t i = 0; i < ports.size(); ++i)
         for (std::string* text : {&out, &err}) {
             const std::string host = "127.0.0.1:" + std::to_string(ports[i]);

@@ -17,7 +17,7 @@
 /// Passes TCP bytes both ways, one connection at a time, at a loopback port of its own.
 class fault_relay {
 public:
-    /// Changes bytes of the server's; may wait. Returns whether the connection lives on behind
+    /// Changes bytes from the server; may wait. Returns whether the connection stays open after
     /// them.
     using fault = std::function<bool(std::string& bytes)>;
 

@@ -1,4 +1,4 @@
-// What the test program defines for all: the platform's log call, and what leaks by design.
+// The platform's log call for all tests, and the leaks that are by design.
 #include "log_capture.h"
 
 #include "platform_log.h"

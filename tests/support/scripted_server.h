@@ -128,7 +128,7 @@ private:
         char peer[256];
         char part[65536];
         for (int name; (name = zmq_recv(socket_, peer, sizeof peer, 0)) >= 0;) {
-            zmq_recv(socket_, part, sizeof part, 0); // nothing; then the request
+            zmq_recv(socket_, part, sizeof part, 0); // the delimiter; then the request
             const int n = zmq_recv(socket_, part, sizeof part, 0);
             const answer_packets packets = answer_to({part, static_cast<std::size_t>(n)});
             if (packets.empty())

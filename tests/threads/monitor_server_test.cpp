@@ -165,7 +165,7 @@ TEST(monitor_server, drops_messages_that_are_no_request_and_nobody_elses_answers
     std::uint64_t malformed = 0;
     for (int round = 0; round < 20; ++round) {
         for (const auto& message : messages) {
-            // It goes away at once: the server cannot answer it when it takes the message.
+            // It leaves at once, so the server cannot answer it any more.
             rude_client(server.port()).send(message.parts);
             ++malformed;
             EXPECT_EQ(ask(*client, cpu_query), 8240) << message.name;

@@ -69,7 +69,7 @@ TEST(net_stat, reports_rates_between_two_answers) {
     // The time stamp before has no microseconds and so counts as none; it does not the next time. A
     // device that is gone keeps its figures.
     EXPECT_EQ(next({14, 500}, bandwidth(1, device("lo", 9999999), -1, "")), still + five + thirty);
-    // No time has passed, in whole milliseconds; no device, and a process behind that.
+    // No whole millisecond has passed; no device, and a process after that count.
     EXPECT_EQ(next({14, 1499}, bandwidth(-1, "", 1, process(5, 0))), reset);
     // Answers to anything else carry no figures and no time.
     EXPECT_EQ(next({15, 1}, bandwidth(1, device("no", 1), 1, process(5, 1)), 3), reset);
@@ -87,7 +87,7 @@ TEST(net_stat, takes_only_the_records_the_payload_holds) {
         processes += process(1 + i % 2, static_cast<std::uint64_t>(i));
     }
     const std::tuple<int, std::string, int, std::string> cases[] = {
-        {341, full, most, "341 0 "}, // room for the count of processes, none for a process
+        {341, full, most, "341 0 "}, // only the count of processes still fits
         {342, full, 1, "341 0 "},
         {most, full, 1, "341 0 "},
         {-1, "", most, "0 510 "},               // 511 processes and 8 bytes of another

@@ -11,7 +11,7 @@
 
 namespace {
 struct peripherals : testing::Test {
-    // The names in the records of @p size bytes behind the count, each followed by a blank.
+    // The names in the records of @p size bytes after the count, each followed by a blank.
     std::string names(int sub, std::size_t size, const std::string& payload = "") {
         EXPECT_EQ(asker.ask(0xAE06, sub, payload), 0);
         std::string all;

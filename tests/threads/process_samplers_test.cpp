@@ -86,7 +86,7 @@ TEST_F(process_samplers, rank_processes_over_their_lives_and_then_since_the_answ
     put(5, "p", 75, 10250);
     EXPECT_EQ(top("103.00"), "3 50 |5 37.5 |21 10 |20 0 |");
     EXPECT_EQ(table.send_pid_info[0].io_per_second, 5);
-    // Nobody's time is another's, and who comes back under an id that was given back is new.
+    // Each client compares with its own last answer. A new owner of an id starts anew.
     put(3, "p", 600, 9900);
     EXPECT_EQ(top("105.00", 2).substr(0, 5), "3 50 ");
     asker.client_gone(1);

@@ -48,7 +48,7 @@ std::string disk_table(const std::string& rows) {
 }
 } // namespace
 
-// The first answer of disks and processes is only compared with.
+// The first answer about disks and processes only serves to compare with.
 TEST(session, shows_what_is_known_and_says_what_is_not) {
     const struct {
         const char* name;
@@ -173,7 +173,7 @@ TEST(session, fits_its_table_to_the_terminal) {
                            "08:00:04 sdb       0.00    0.00\n");
 }
 
-// Each answers only once the other was asked; then one is silent.
+// Each server waits until the other was asked; at the second report one is silent.
 TEST(session, asks_servers_side_by_side) {
     std::atomic<int> asked{0}, other_asked{0};
     const auto wait_for = [](const std::atomic<int>& count, int least) {

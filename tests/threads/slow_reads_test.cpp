@@ -24,7 +24,7 @@ TEST(slow_reads, threads_are_bounded_and_a_late_value_serves_while_the_next_read
                   -ETIMEDOUT);
     EXPECT_EQ(inside[0], 2);
     open[0] = true;
-    // The first may still be on its way out; then a run does not start the second.
+    // The first read may still be ending; a run does not start the second before.
     while (inside[1] == 0)
         reads.run({{"a", hang(1)}});
     EXPECT_EQ(reads.run({{"a", hang(1)}})["a"].bytes, "0");
