@@ -87,7 +87,10 @@ TEST(end_to_end, several_subjects_of_this_machine_are_json_that_adds_up) {
     }
     EXPECT_EQ(reports["cpu"], 2);
     EXPECT_EQ(reports.size(), 8U);
-    EXPECT_EQ(run.err, "");
+    // A busy host has more processes than an answer names.
+    if (run.err != "moncl: the server names at most 146 processes: the busiest\n") {
+        EXPECT_EQ(run.err, "");
+    }
     server.send_signal(SIGTERM);
     EXPECT_EQ(server.wait(), 0);
 }
