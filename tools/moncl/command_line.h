@@ -57,8 +57,7 @@ struct invocation {
 /// Reads the command line, MONCL_CONNECT, and MONCL_KEY and MONCL_SERVER_KEY with their files. Help
 /// goes to @p out, complaints to @p err.
 /// @param words without the program's name
-invocation read_command_line(std::vector<std::string> words, std::ostream& out,
-                             std::ostream& err);
+invocation read_command_line(std::vector<std::string> words, std::ostream& out, std::ostream& err);
 
 } // namespace tools
 
