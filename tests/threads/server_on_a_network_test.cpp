@@ -229,16 +229,16 @@ TEST(server_on_a_network, refuses_files_of_keys_that_are_wrong) {
         {"other words", sec + "port = 1", "line 2: neither public = \"KEY\" nor secret = \"KEY\""}};
     for (const auto& each : pairs) {
         monsrv::curve_key_pair read;
-        EXPECT_EQ(monsrv::parse_key_pair(each.text, read), each.wrong) << each.name;
+        EXPECT_EQ(curve_keys::parse_key_pair(each.text, read), each.wrong) << each.name;
         EXPECT_EQ(read.secret_key, each.wrong.empty() ? keys.secret_key : "") << each.name;
     }
     std::vector<monsrv::allowed_key> allowed;
-    EXPECT_EQ(
-        monsrv::parse_allowed_keys("#\n" + keys.public_key + " a b \n#" + keys.public_key, allowed),
-        "");
+    EXPECT_EQ(curve_keys::parse_allowed_keys("#\n" + keys.public_key + " a b \n#" + keys.public_key,
+                                             allowed),
+              "");
     ASSERT_EQ(allowed.size(), 1U);
     EXPECT_EQ(allowed[0].name, "a b");
-    EXPECT_EQ(monsrv::parse_allowed_keys(keys.public_key + "x\n", allowed),
+    EXPECT_EQ(curve_keys::parse_allowed_keys(keys.public_key + "x\n", allowed),
               "line 1: does not start with a key of 40 characters");
 
     const file_tree files;
