@@ -3,8 +3,11 @@
 # gives in a second beside a bare ROUTER socket that echoes messages of the same sizes.
 # Usage: bench/server_curve.sh [SECONDS]     of each row, 5 at first; needs the bench build
 set -eu
-cd "$(dirname "$0")/.."
+. "$(dirname "$0")/../scripts/usage"
 seconds=${1:-5}
+need_number "$seconds"
+[ $# -le 1 ] || refuse "$2"
+cd "$(dirname "$0")/.."
 build=build/bench
 folder=$(mktemp -d)
 chmod 755 "$folder"
@@ -24,10 +27,7 @@ start() { # COMMAND...: at a port of its own
     server=$!
     sleep 1
 }
-many=
-! "$build/server/monsrv" --help | grep -q -e --max-clients || many="--max-clients 1100"
-# shellcheck disable=SC2086 # two words
-start_server() { start "$build/server/monsrv" $many "$@" --port; }
+start_server() { start "$build/server/monsrv" --max-clients 1100 "$@" --port; }
 stop() {
     kill "$server"
     wait "$server" 2>/dev/null || true

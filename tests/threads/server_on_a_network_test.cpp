@@ -173,8 +173,13 @@ TEST(server_on_a_network, reads_its_keys_again_when_told_to) {
     files.write("/keys", text_of(servers));
     chmod((files.root() + "/keys").c_str(), 0600);
     files.write("/allow", first.public_key + "\n");
-    child_process server({MONSRV_PROGRAM, "--port=0", "--curve-key=" + files.root() + "/keys",
-                          "--allow=" + files.root() + "/allow"});
+    // The file of allowed keys is read with the rights that the server keeps.
+    std::vector<std::string> command{MONSRV_PROGRAM, "--port=0",
+                                     "--curve-key=" + files.root() + "/keys",
+                                     "--allow=" + files.root() + "/allow"};
+    for (const std::string& each : own_rights())
+        command.push_back(each);
+    child_process server(command);
     server.read_until("\n");
     const int port = std::stoi(server.out.substr(server.out.rfind(':') + 1));
     std::optional<asker> one(std::in_place, port, first, servers.public_key);

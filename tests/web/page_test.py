@@ -167,6 +167,7 @@ class page(unittest.TestCase):
 
     def test_names_with_markup_are_text(self):
         with tempfile.TemporaryDirectory() as folder:
+            os.chmod(folder, 0o755)  # for a server that was started as root and is not any more
             root = shutil.copytree(BOARD_FILES, os.path.join(folder, "root"))
             with open(os.path.join(root, "proc/diskstats"), "a") as disks:
                 disks.write(f"   8       0 {MARKUP} 10 0 80 0 10 0 80 0 0 0 0 0 0 0 0 0 0\n")
