@@ -3,6 +3,7 @@
 #include "fuzz_support.h"
 #include "text_reader.h"
 
+#include <iomanip>
 #include <sstream>
 
 namespace {
@@ -17,12 +18,15 @@ void read_number(text_reader& reader, std::istream& stream) {
 
 void read_columns(text_reader& reader, std::istream& stream, std::size_t count) {
     std::uint64_t mine[16];
-    const std::size_t read = reader.columns(mine, count);
-    for (std::size_t i = 0; i < read; ++i) {
+    const std::string_view columns = reader.columns(mine, count);
+    std::ostringstream written;
+    for (std::size_t i = 0; i < columns.size() / eight_digits::column_width; ++i) {
         std::uint64_t theirs = 7;
         stream >> theirs;
         fuzz::expect(mine[i] == theirs, "column");
+        written << std::setw(eight_digits::column_width) << theirs;
     }
+    fuzz::expect(written.str() == columns, "text of columns");
 }
 
 void read_text(text_reader& reader, std::istream& stream, int kind) {

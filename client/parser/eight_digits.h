@@ -13,6 +13,7 @@
 #ifndef MONCL_EIGHT_DIGITS_H
 #define MONCL_EIGHT_DIGITS_H
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -85,9 +86,10 @@ inline unsigned first_digits(const char* text, std::uint32_t& value) {
 }
 
 /// Characters of a column of counts as the kernel prints its tables.
-constexpr int column_width = 11;
+constexpr std::size_t column_width = 11;
 
-/// Reads one column: a number of up to eight digits, right-aligned in eleven characters.
+/// Reads one column: a number of up to eight digits without a leading zero, right-aligned in eleven
+/// characters. Printing the number in eleven characters would so give the same text.
 ///
 ///     the column       "        1234"  is read as two words that overlap: bytes 0..7 and 3..10
 ///
@@ -116,9 +118,12 @@ inline bool column_number(const char* text, std::uint64_t& value) {
     if (static_cast<std::int64_t>(others) < 0)
         return false;
     const std::uint64_t blanks = others == 0 ? 0 : ~std::uint64_t{0} >> __builtin_clzll(others);
-    if ((before | ((last ^ all_bytes(' ')) & blanks)) != 0)
+    const std::uint64_t number = bytes & ~blanks;
+    const std::uint64_t first_digit =
+        (blanks << 8 | 0xFF) ^ blanks; // FF in the byte after the blanks
+    if ((before | ((last ^ all_bytes(' ')) & blanks)) != 0 || (number & first_digit) == 0)
         return false;
-    value = number_of(bytes & ~blanks);
+    value = number_of(number);
     return true;
 }
 

@@ -138,21 +138,22 @@ public:
     }
 
     /// Reads as many of the next @p count numbers as stand in columns: right-aligned in eleven
-    /// characters and of up to eight digits, as the kernel prints its tables of counts. Stops at
-    /// the first one that is not in this form, without a failure: call `number` there.
+    /// characters, of up to eight digits and without a leading zero, as the kernel prints its
+    /// tables of counts. Stops at the first one that is not in this form, without a failure: call
+    /// `number` there.
     /// @param values receives them
-    /// @return how many were read
-    std::size_t columns(std::uint64_t* values, std::size_t count) {
+    /// @return the text of those columns
+    std::string_view columns(std::uint64_t* values, std::size_t count) {
         constexpr std::ptrdiff_t width = eight_digits::column_width;
         if (state_ != 0)
-            return 0;
-        std::size_t read = 0;
+            return {};
+        const char* const start = at_;
         const char* at = at_; // the compiler keeps a local in a register, but not a member
-        for (; read < count && end_ - at > width && digit(at[width]) >= 10; ++read, at += width)
-            if (!eight_digits::column_number(at, values[read]))
+        for (; count > 0 && end_ - at > width && digit(at[width]) >= 10; --count, at += width)
+            if (!eight_digits::column_number(at, *values++))
                 break;
         at_ = at;
-        return read;
+        return std::string_view(start, static_cast<std::size_t>(at - start));
     }
 
     /// Skips blanks; not a failure at the end of the text.

@@ -35,6 +35,7 @@ EOF
 
 for shared in OFF ON; do
     cmake -S "$source" -B "build_$shared" -G Ninja -DBUILD_SHARED_LIBS=$shared \
+        -DCMAKE_BUILD_TYPE=Release \
         -DMONCL_BUILD_PROGRAMS=OFF -DMONCL_BUILD_TESTS=OFF -DCMAKE_INSTALL_PREFIX="$work/prefix_$shared" >/dev/null
     cmake --build "build_$shared" --target install >/dev/null
     cmake -S project -B "outside_$shared" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix_$shared" >/dev/null
