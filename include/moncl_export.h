@@ -4,4 +4,7 @@
 
 #define MONCL_API __attribute__((visibility("default")))
 
+/// Marks private functions of exported classes: no program can call them.
+#define MONCL_LOCAL __attribute__((visibility("hidden")))
+
 #endif

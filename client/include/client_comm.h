@@ -158,19 +158,19 @@ public:
     data_struct* get_send_data();
 
 private:
-    bool set_options();
-    int wait_for_answer();
-    void log_handshake();
-    int req_client_id();
-    std::uint8_t& held_id();
-    int receive_frame();
-    bool checksum_matches() const;
+    MONCL_LOCAL bool set_options();
+    MONCL_LOCAL int wait_for_answer();
+    MONCL_LOCAL void log_handshake();
+    MONCL_LOCAL int req_client_id();
+    MONCL_LOCAL std::uint8_t& held_id();
+    MONCL_LOCAL int receive_frame();
+    MONCL_LOCAL bool checksum_matches() const;
 
     struct frame_deleter {
         void operator()(data_struct* frame) const { std::free(frame); }
     };
     using frame = std::unique_ptr<data_struct, frame_deleter>;
-    static frame new_frame(std::size_t size);
+    MONCL_LOCAL static frame new_frame(std::size_t size);
 
     frame send_data;
     frame recv_data;

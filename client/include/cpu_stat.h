@@ -62,7 +62,7 @@ public:
     std::unique_ptr<std::vector<std::shared_ptr<cpu_stat>>> stats;
 
 private:
-    int take_sample(std::string_view text);
+    MONCL_LOCAL int take_sample(std::string_view text);
 };
 
 #endif

@@ -74,8 +74,9 @@ public:
 
 private:
     template<class T>
-    int get_each_process(int sub_command, const std::vector<std::shared_ptr<T>>& parsers,
-                         std::ostream* os);
+    MONCL_LOCAL int get_each_process(int sub_command,
+                                     const std::vector<std::shared_ptr<T>>& parsers,
+                                     std::ostream* os);
 };
 
 namespace ns_req_template {

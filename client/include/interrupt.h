@@ -45,8 +45,8 @@ public:
     std::unique_ptr<std::vector<std::shared_ptr<interrupt>>> interrupts;
 
 private:
-    int take_table(std::string_view text, std::vector<std::string_view>& counts_text);
-    void show_table(const std::vector<std::string_view>& counts_text) const;
+    MONCL_LOCAL int take_table(std::string_view text, std::vector<std::string_view>& counts_text);
+    MONCL_LOCAL void show_table(const std::vector<std::string_view>& counts_text) const;
 };
 
 #endif

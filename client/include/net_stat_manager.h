@@ -46,9 +46,9 @@ public:
     std::shared_ptr<net_stat_parse> parser;
 
 private:
-    int send_pid(int sub_command, int pid);
+    MONCL_LOCAL int send_pid(int sub_command, int pid);
     template<class Change>
-    void with_registered(Change change);
+    MONCL_LOCAL void with_registered(Change change);
 };
 
 namespace ns_req_template {

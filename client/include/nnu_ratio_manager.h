@@ -32,7 +32,7 @@ public:
     std::shared_ptr<nnu_ratio_parser> nnu_parser;
 
 private:
-    int get_ratio(int sub_command, const char* name, std::ostream* os);
+    MONCL_LOCAL int get_ratio(int sub_command, const char* name, std::ostream* os);
 };
 
 namespace ns_req_template {

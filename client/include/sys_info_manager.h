@@ -44,7 +44,7 @@ public:
     std::string last_version() const;
 
 private:
-    int get_cpu_freq(int cpu);
+    MONCL_LOCAL int get_cpu_freq(int cpu);
 
     std::shared_ptr<cpu_freq_parser> freq_parser;
     std::shared_ptr<cpu_possible_parser> possible_parser;

@@ -58,10 +58,11 @@ public:
 
 private:
     template<class Records>
-    void empty(Records& records);
-    fps_map copy_of(const fps_map& fps);
+    MONCL_LOCAL void empty(Records& records);
+    MONCL_LOCAL fps_map copy_of(const fps_map& fps);
     template<class Parser>
-    int ask_each(std::initializer_list<int> sub_commands, const std::shared_ptr<Parser>& parser);
+    MONCL_LOCAL int ask_each(std::initializer_list<int> sub_commands,
+                             const std::shared_ptr<Parser>& parser);
 };
 
 namespace ns_req_template {

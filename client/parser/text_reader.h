@@ -185,15 +185,14 @@ private:
         return true;
     }
 
+    // What was read, and what follows it; null if that was no number. Two registers hold it.
     template<class Int>
     struct reading {
         Int value;
-        bool good;
         const char* rest;
     };
 
-    // Reads a number digit by digit, with its sign and its overflow. This is static because a
-    // reader whose address is passed on cannot stay in registers.
+    // Reads a number digit by digit, with its sign and its overflow.
     template<class Int>
     __attribute__((noinline)) static reading<Int> any_number(const char* at, const char* end) {
         // What is smaller than int would be promoted to it, and signed overflow is undefined.
@@ -214,19 +213,21 @@ private:
             sum = sum * 10 + d;
         }
         if (at == digits)
-            return {0, false, at};
+            return {0, nullptr};
         if (overflow)
-            return {negative && limits::is_signed ? limits::min() : limits::max(), false, at};
-        return {static_cast<Int>(negative ? 0 - sum : sum), true, at};
+            return {negative && limits::is_signed ? limits::min() : limits::max(), nullptr};
+        return {static_cast<Int>(negative ? 0 - sum : sum), at};
     }
 
     template<class Int>
     bool take_any_number(Int& value) {
         const reading<Int> read = any_number<Int>(at_, end_);
         value = read.value;
+        if (read.rest == nullptr)
+            return fail();
         at_ = read.rest;
         note_end();
-        return read.good || fail();
+        return true;
     }
 
     bool fail() {
@@ -243,22 +244,25 @@ private:
             state_ |= ended;
     }
     void pass_blanks() {
-        if (pass_one_blank())
-            return;
+        if (!pass_one_blank())
+            at_ = after_blanks(at_, end_, readable_);
+    }
+    // The first character from @p at on that is no blank, or @p end. Most fields follow one blank,
+    // so this is a call where `pass_one_blank` is written out. It is static because a reader whose
+    // address is passed on cannot stay in registers.
+    __attribute__((noinline)) static const char* after_blanks(const char* at, const char* end,
+                                                              const char* readable) {
         // Columns are mostly blanks, so eight characters are looked at together while as many may
         // be read.
-        while (readable_ - at_ >= 8) {
-            if (const std::uint64_t others = eight_digits::load(at_) ^ eight_digits::all_bytes(' ');
+        for (; readable - at >= 8; at += 8)
+            if (const std::uint64_t others = eight_digits::load(at) ^ eight_digits::all_bytes(' ');
                 others != 0) {
-                at_ += eight_digits::first_byte(others);
+                at += eight_digits::first_byte(others);
                 break;
             }
-            at_ += 8;
-            if (pass_one_blank())
-                return;
-        }
-        while (at_ != end_ && is_blank(*at_))
-            ++at_;
+        while (at != end && is_blank(*at))
+            ++at;
+        return at;
     }
     // Skips a blank, if there is one, and returns whether a field follows. One blank is the most
     // frequent case, and this costs less than the loop for any number of them.
