@@ -59,6 +59,11 @@ void append_label(std::string& to, const char* name, std::string_view text) {
     to += '"';
 }
 
+// Prometheus itself labels what it scrapes with `instance`, and would rename a label of that name.
+const char* label_name(const field& f) {
+    return std::string_view(f.name) == "instance" ? "device" : f.name;
+}
+
 // Only a name that ends in its unit may declare it.
 void append_unit(std::string& to, const std::string& declared, const std::string& family,
                  const char* unit) {
@@ -106,7 +111,7 @@ std::string metric_labels(const subject& what, const std::string* host, const ro
             continue;
         std::string text;
         append_plain(text, what.fields[i], r.values[i]);
-        append_label(labels, what.fields[i].name, text);
+        append_label(labels, label_name(what.fields[i]), text);
     }
     return labels;
 }
