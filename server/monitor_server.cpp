@@ -269,6 +269,8 @@ void monitor_server::look_after_connections() {
 void monitor_server::peer_gone(const std::string& peer) {
     ids_.gone(peer);
     keys_.erase(peer);
+    busy_.erase(peer);
+    slow_.peer_gone(peer);
 }
 
 // Reads the list of keys again. Clients that are not in it any more may not connect, and lose the

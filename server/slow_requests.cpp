@@ -143,6 +143,18 @@ void slow_requests::client_gone(std::uint8_t client_id) {
     }
 }
 
+void slow_requests::peer_gone(const std::string& peer) {
+    const std::lock_guard<std::mutex> guard(state_->lock);
+    for (shared_state::subject& each : state_->subjects) {
+        std::deque<queued>& queue = each.queue;
+        const auto kept = std::remove_if(queue.begin(), queue.end(), [&](const queued& waiting) {
+            return waiting.asked && waiting.asked->peer == peer;
+        });
+        each.requests -= static_cast<std::size_t>(queue.end() - kept);
+        queue.erase(kept, queue.end());
+    }
+}
+
 int slow_requests::event() const {
     return state_->event.fd;
 }

@@ -42,6 +42,9 @@ public:
     /// Tells all slow subjects, each after the requests it already has, that a client is gone.
     void client_gone(std::uint8_t client_id);
 
+    /// Drops the requests of @p peer that are not being answered yet: nobody waits for them.
+    void peer_gone(const std::string& peer);
+
     /// A descriptor that is readable when requests have been answered.
     int event() const;
     /// The requests answered since the last call.

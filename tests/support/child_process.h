@@ -8,9 +8,11 @@
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <string>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -103,9 +105,24 @@ inline std::vector<std::string> own_rights() {
 struct server_process : child_process {
     explicit server_process(int wanted = 0, const std::string& option = "--root=/",
                             const std::vector<std::string>& rights = own_rights())
-        : child_process(command(wanted, option, rights)) {
+        : child_process(command(free_again(wanted), option, rights)) {
         read_until("\n");
         port = std::stoi(out.substr(out.rfind(':') + 1));
+    }
+    // While a server is away, another process may have its port for a moment.
+    static int free_again(int wanted) {
+        sockaddr_in at{};
+        at.sin_family = AF_INET;
+        at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        at.sin_port = htons(static_cast<std::uint16_t>(wanted));
+        for (bool is_free = false; !is_free; usleep(is_free ? 0 : 50000)) {
+            const int on = 1;
+            const int taking = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+            setsockopt(taking, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+            is_free = bind(taking, reinterpret_cast<const sockaddr*>(&at), sizeof at) == 0;
+            close(taking);
+        }
+        return wanted;
     }
     static std::vector<std::string> command(int wanted, const std::string& option,
                                             const std::vector<std::string>& rights) {

@@ -210,6 +210,15 @@ TEST(monitor_server, holds_up_nobody_else_for_a_slow_request) {
         rude.send({"", cpu_query});
     for (const rude_client& each : sharing)
         each.send({"", request_bytes(0x5105, 2, "")});
+    {
+        const rude_client gone(port);
+        gone.send({"", request_bytes(0x5105, 1, "")});
+        for (int i = 0; i < 1000 && server->counts().slow < 4; ++i)
+            EXPECT_EQ(ask(*client, cpu_query), 8240);
+    }
+    for (int i = 0; i < 1000 && server->counts().connections > 4; ++i)
+        EXPECT_EQ(ask(*client, cpu_query), 8240);
+    EXPECT_EQ(server->counts().connections, 4U);
     for (int i = 0; i < 1000 && server->counts().dropped_requests < 18; ++i)
         EXPECT_EQ(ask(*client, cpu_query), 8240);
     EXPECT_EQ(server->counts().dropped_requests, 18U) << "two wait";
@@ -223,7 +232,7 @@ TEST(monitor_server, holds_up_nobody_else_for_a_slow_request) {
     EXPECT_EQ(rude.receive(), "5105:1 ");
     close_at_once(*client);
     server.reset();
-    EXPECT_EQ(slow.calls(), "1 2 -1 1 ");
+    EXPECT_EQ(slow.calls(), "1 2 -1 1 ") << "and nothing for the client that went";
 }
 
 TEST(monitor_server, stops_while_a_slow_request_is_in_progress) {
