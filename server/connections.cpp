@@ -4,6 +4,7 @@
 #include "zmq_failure.h"
 
 #include <cstring>
+#include <endian.h>
 #include <stdexcept>
 #include <sys/resource.h>
 #include <zmq.h>
@@ -17,6 +18,22 @@ constexpr rlim_t own_descriptors = 256;
 // While there are too many connections and some come and go, this many times a second others are
 // let in: some of these are closed at once, which takes time.
 constexpr std::chrono::milliseconds shut_for{100};
+
+// ZeroMQ numbers the peers that choose no id of their own as they come: a zero byte, then 32 bits,
+// the highest first.
+bool is_numbered(const std::string& peer) {
+    return peer.size() == 5 && peer[0] == '\0';
+}
+std::uint32_t number_of(const std::string& peer) {
+    std::uint32_t number;
+    std::memcpy(&number, peer.data() + 1, sizeof number);
+    return be32toh(number);
+}
+// The numbers start anywhere and wrap.
+bool came_before(const std::string& peer, const std::string& other) {
+    return is_numbered(peer) && is_numbered(other) &&
+           static_cast<std::int32_t>(number_of(peer) - number_of(other)) < 0;
+}
 } // namespace
 
 void reserve_descriptors(int clients) {
@@ -92,14 +109,28 @@ connections::clock::time_point connections::due() const {
     return is_admitting_ || peers_.size() >= most_ ? clock::time_point::max() : shut_at_ + shut_for;
 }
 
-origin connections::seen(const std::string& peer, int fd) {
+bool connections::is_known(const std::string& peer, int fd) const {
+    const auto found = peers_.find(fd);
+    return found != peers_.end() && found->second == peer;
+}
+
+// A message may be taken after its connection has closed and a newer one has got the descriptor.
+origin connections::seen(const std::string& peer, int fd,
+                         const std::function<void(const std::string&)>& gone) {
     if (fd == -1)
         return origin::unknown;
     const auto found = peers_.find(fd);
-    if (found == peers_.end() || (!found->second.empty() && found->second != peer))
+    if (found == peers_.end())
         return origin::gone;
-    if (found->second.empty())
-        found->second = peer;
+    std::string& owner = found->second;
+    if (owner == peer)
+        return origin::open;
+    if (!owner.empty()) {
+        if (came_before(peer, owner))
+            return origin::gone;
+        gone(owner);
+    }
+    owner = peer;
     return origin::open;
 }
 

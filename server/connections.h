@@ -44,9 +44,13 @@ public:
     /// When `update` has to be called, even if there is no event.
     clock::time_point due() const;
 
-    /// Notes that @p peer sent a message by the descriptor @p fd; -1 if that is not known. To be
-    /// called after `update`, if it returned `gone` before that.
-    origin seen(const std::string& peer, int fd);
+    /// Whether @p peer is known to send by the descriptor @p fd.
+    bool is_known(const std::string& peer, int fd) const;
+    /// Notes that @p peer sent a message by the descriptor @p fd; -1 if that is not known. Calls
+    /// @p gone if another peer had that descriptor before. To be called after `update`, unless
+    /// `is_known`.
+    origin seen(const std::string& peer, int fd,
+                const std::function<void(const std::string&)>& gone);
     /// Closes the connection of @p peer, if it is open and has sent a message.
     void cut_off(const std::string& peer) const;
 

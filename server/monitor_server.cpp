@@ -307,11 +307,10 @@ void monitor_server::take_message() {
 
 // What a client that has gone wanted is of no use to it, and nobody would take back what it got.
 bool monitor_server::may_ask(const message& received) {
-    origin from = sockets_->peers->seen(received.peer, received.fd);
-    if (from == origin::gone) { // unless it has only just come
+    if (!sockets_->peers->is_known(received.peer, received.fd)) // it may have only just come
         look_after_connections();
-        from = sockets_->peers->seen(received.peer, received.fd);
-    }
+    const origin from = sockets_->peers->seen(received.peer, received.fd,
+                                              [this](const std::string& peer) { peer_gone(peer); });
     if (from == origin::gone)
         return false;
     if (!sockets_->access)

@@ -235,6 +235,25 @@ TEST(monitor_server, holds_up_nobody_else_for_a_slow_request) {
     EXPECT_EQ(slow.calls(), "1 2 -1 1 ") << "and nothing for the client that went";
 }
 
+// What was sent before a stop is taken after it, when another connection may have its descriptor.
+TEST(monitor_server, answers_a_client_that_has_the_descriptor_of_one_that_went) {
+    server_process server;
+    for (int i = 0; i < 40; ++i) {
+        std::optional<rude_client> first(std::in_place, server.port);
+        first->send({"", cpu_query});
+        EXPECT_EQ(first->receive(), "ae02:1 ");
+        server.send_signal(SIGSTOP);
+        first->send({"", cpu_query});
+        first.reset();
+        if (i % 2 == 1)
+            rude_client silent(server.port);
+        const rude_client last(server.port);
+        last.send({"", cpu_query});
+        server.send_signal(SIGCONT);
+        ASSERT_EQ(last.receive(), "ae02:1 ") << i;
+    }
+}
+
 TEST(monitor_server, stops_while_a_slow_request_is_in_progress) {
     gated_subject slow;
     const running_server server;
