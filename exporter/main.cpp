@@ -5,9 +5,6 @@
 #include "log_filter.h"
 #include "options.h"
 #include "password_check.h"
-#ifdef MONCL_RECORDING
-#include "recording.h"
-#endif
 #include "routes.h"
 #include "stop_signal.h"
 
@@ -26,8 +23,7 @@ constexpr std::size_t kept_bytes = 64 << 20;
 std::unique_ptr<tools::output> open_recording(const options& given) {
 #ifdef MONCL_RECORDING
     if (!given.record.empty())
-        return std::make_unique<tools::recording>(given.record, tools::recording_options(),
-                                                  std::cerr);
+        return std::make_unique<tools::recording>(given.record, given.limits, std::cerr);
 #else
     static_cast<void>(given);
 #endif

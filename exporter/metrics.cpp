@@ -112,8 +112,11 @@ metrics_pages::worker metrics_pages::worker_for(const tools::endpoint& target) {
         }
     }
     worker& found = probed_[target.text()];
-    if (!found && probed_.size() <= most_probed)
-        found = std::make_shared<scrape_worker>(target, plan_.access);
+    if (!found && probed_.size() <= most_probed) {
+        tools::endpoint at = target;
+        at.keys = plan_.access.target_keys;
+        found = std::make_shared<scrape_worker>(at, plan_.access);
+    }
     const worker made = found;
     if (!made)
         probed_.erase(target.text());

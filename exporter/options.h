@@ -4,6 +4,9 @@
 
 #include "endpoint.h"
 #include "listen_address.h"
+#ifdef MONCL_RECORDING
+#include "recording.h"
+#endif
 #include "scrape_worker.h"
 #include "web_config.h"
 
@@ -22,6 +25,9 @@ struct options {
     double interval = 1;   ///< seconds between the samples of pages and recordings
     server_access access;
     std::string record; ///< file; empty: nothing is recorded
+#ifdef MONCL_RECORDING
+    tools::recording_options limits; ///< of the recording
+#endif
     web_config web;
     std::vector<std::string> allowed_hosts;
     std::vector<std::string> allowed_targets;

@@ -13,6 +13,8 @@ namespace exporter {
 /// What all servers are asked with.
 struct server_access {
     std::size_t rows = 20; ///< most processes in a table of busiest ones
+    /// Of the targets of probes; null: they are asked in plain.
+    std::shared_ptr<const tools::encryption> target_keys;
 };
 
 /// Whether the exporter can ask for @p what: not for what this program knows by itself, nor for

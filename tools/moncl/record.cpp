@@ -10,16 +10,6 @@ namespace tools {
 namespace {
 
 constexpr std::size_t usual_rows = 20; // of busiest processes
-constexpr std::uint64_t least_bytes = 1U << 20;
-
-std::string duration_fault(const std::string& text) {
-    return read_duration(text) ? "" : "is a duration such as 90, 15m, 12h or 7d";
-}
-
-std::string size_fault(const std::string& text) {
-    const auto bytes = read_size(text);
-    return bytes && *bytes >= least_bytes ? "" : "is a size such as 200M or 2G, and at least 1M";
-}
 
 recording_options options_of(const invocation& called) {
     recording_options options;

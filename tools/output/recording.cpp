@@ -3,6 +3,7 @@
 
 #include "layout.h"
 #include "subject_tables.h"
+#include "time_text.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -21,6 +22,7 @@ namespace {
 constexpr std::size_t most_held_back = 600; // ticks, while the file cannot be written
 constexpr std::size_t most_notes = 1000;    // of a run
 constexpr std::uint64_t usual_wal = 4U << 20;
+constexpr std::uint64_t least_bytes = 1U << 20;
 
 /// Keeps other processes from recording to the same file.
 class writer_lock {
@@ -44,6 +46,15 @@ private:
     int fd_;
 };
 } // namespace
+
+std::string duration_fault(const std::string& text) {
+    return read_duration(text) ? "" : "is a duration such as 90, 15m, 12h or 7d";
+}
+
+std::string size_fault(const std::string& text) {
+    const auto bytes = read_size(text);
+    return bytes && *bytes >= least_bytes ? "" : "is a size such as 200M or 2G, and at least 1M";
+}
 
 // -------------------------------------------------------------------------------------- the file
 

@@ -22,6 +22,11 @@ struct recording_options {
                                   << 20; ///< recording pauses when a reader keeps the log at that
 };
 
+/// What is wrong with a duration, or a size, that a user gave for one of these; empty if nothing
+/// is.
+std::string duration_fault(const std::string& text);
+std::string size_fault(const std::string& text);
+
 /// Writes samples to a file, which has one writer at a time and any number of readers.
 class recording : public output {
 public:
