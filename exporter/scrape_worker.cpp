@@ -58,7 +58,7 @@ void scrape_worker::keep(const tools::answer& got) {
     constexpr std::chrono::seconds lacking{60};
     constexpr std::chrono::seconds slow{30};
     const bool good = got.code >= 0 && got.failure.empty();
-    if (got.code == -ENODEV && got.is_servers_own)
+    if ((got.code == -ENODEV && got.is_servers_own) || (good && got.figures.rows.empty()))
         kept_[got.what] = {clock::now() + lacking, got};
     else if (good && got.what->changes_slowly)
         kept_[got.what] = {clock::now() + slow, got};

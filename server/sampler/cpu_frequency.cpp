@@ -34,7 +34,7 @@ int sample(const host& env, int cpu, reply& answer) {
         return 0;
     }
     std::string cpuinfo;
-    env.read("/proc/cpuinfo", cpuinfo);
+    env.read_again("/proc/cpuinfo", cpuinfo);
     const double mhz = cpuinfo_mhz(cpuinfo, cpu);
     if (mhz <= 0)
         return -ENOENT;

@@ -68,8 +68,10 @@ board::~board() {
 }
 
 bool board::connect() {
-    if (!connected_)
-        connected_ = start_over(*connection) == 0;
+    if (connected_)
+        return true;
+    lasting_.clear();
+    connected_ = start_over(*connection) == 0;
     return connected_;
 }
 
@@ -109,6 +111,17 @@ int board::once(const std::string& name, const std::function<int()>& query) {
     // a refused query is sent again.
     if (result >= 0)
         done_.emplace(name, result);
+    return result;
+}
+
+int board::lately(const std::string& name, const std::function<int()>& query) {
+    const auto now = std::chrono::steady_clock::now();
+    if (const auto known = lasting_.find(name);
+        known != lasting_.end() && known->second.until > now)
+        return known->second.result;
+    const int result = query();
+    if (result >= 0)
+        lasting_[name] = {now + std::chrono::minutes(1), result};
     return result;
 }
 

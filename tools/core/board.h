@@ -11,6 +11,7 @@
 #include "sys_info_manager.h"
 #include "vio_info_manager.h"
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
@@ -75,6 +76,10 @@ public:
     /// several subjects are made.
     /// @return its result, or that of the earlier run
     int once(const std::string& name, const std::function<int()>& query);
+    /// Runs @p query unless one of that name succeeded over this connection within the last minute.
+    /// For answers that hardly ever change.
+    /// @return as `once`
+    int lately(const std::string& name, const std::function<int()>& query);
 
     /// Asks for the status of the process @p pid, once in a round.
     /// @return 0 or the negative code of the query
@@ -103,6 +108,12 @@ private:
     endpoint at_;
     bool connected_ = false;
     std::map<std::string, int> done_; // results of this round
+
+    struct lasting {
+        std::chrono::steady_clock::time_point until;
+        int result;
+    };
+    std::map<std::string, lasting> lasting_; // of this connection
 };
 
 } // namespace tools

@@ -24,7 +24,7 @@ value to_hertz(std::uint64_t khz) {
 
 int ask(board& server, const selection& chosen, sample& into) {
     const int cpus =
-        server.once("possible_cpus", [&server] { return server.system.get_cpu_possible(); });
+        server.lately("possible_cpus", [&server] { return server.system.get_cpu_possible(); });
     if (cpus < 0)
         return cpus;
     bool any = false;

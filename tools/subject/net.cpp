@@ -22,15 +22,17 @@ std::map<int, net_stat> take_devices(net_stat_manager& network) {
     return in_order;
 }
 
-// A restarted server has forgotten that monitoring was started, so it is started at each report.
-int query(net_stat_manager& network) {
-    const int code = network.start_net_monitor();
-    return code < 0 ? code : network.get_bandwidth_stat(nullptr);
+// A restarted server has forgotten that monitoring was started, and the connection does not show
+// it, so it is started again now and then.
+int query(board& server) {
+    const int code = server.lately("net monitor started",
+                                   [&server] { return server.network.start_net_monitor(); });
+    return code < 0 ? code : server.network.get_bandwidth_stat(nullptr);
 }
 
 int ask(board& server, sample& into) {
     net_stat_manager& network = server.network;
-    const int code = server.once("bandwidth", [&network] { return query(network); });
+    const int code = server.once("bandwidth", [&server] { return query(server); });
     const std::map<int, net_stat> devices = take_devices(network);
     if (code < 0)
         return code;

@@ -14,7 +14,7 @@ int ask(board& server, sample& into) {
     if (version_code >= 0 && !server.system.version->ver->version.empty())
         version = server.system.version->ver->version;
     const int cpus =
-        server.once("possible_cpus", [&server] { return server.system.get_cpu_possible(); });
+        server.lately("possible_cpus", [&server] { return server.system.get_cpu_possible(); });
     if (cpus < 0 && (version_code < 0 || !server.is_servers_own(cpus)))
         return cpus;
     into.add(version, cpus > 0 ? value(std::uint64_t(cpus)) : value());
