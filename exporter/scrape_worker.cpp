@@ -21,6 +21,7 @@ scrape_worker::~scrape_worker() {
 void scrape_worker::stop() {
     const std::lock_guard<std::mutex> guard(lock_);
     stopping_ = true;
+    source_->cancel();
     changed_.notify_all();
 }
 

@@ -5,6 +5,7 @@
 #include "child_process.h"
 
 #include <arpa/inet.h>
+#include <cerrno>
 #include <netinet/in.h>
 #include <sstream>
 #include <sys/socket.h>
@@ -25,7 +26,12 @@ struct http_answer {
 class http_connection {
 public:
     /// @param receive_bytes of the socket's buffer; 0: the usual
-    explicit http_connection(int port, int receive_bytes = 0) {
+    /// @param from          last number of the loopback address that it comes from
+    explicit http_connection(int port, int receive_bytes = 0, std::uint32_t from = 1) {
+        sockaddr_in own{};
+        own.sin_family = AF_INET;
+        own.sin_addr.s_addr = htonl(INADDR_LOOPBACK - 1 + from);
+        EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr*>(&own), sizeof own), 0);
         if (receive_bytes > 0)
             setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &receive_bytes, sizeof receive_bytes);
         const timeval longest{20, 0};
@@ -50,8 +56,11 @@ public:
         while ((end.empty() || text_.find(end) == text_.npos) &&
                (n = recv(fd_, part, sizeof part, 0)) > 0)
             text_.append(part, static_cast<std::size_t>(n));
+        ended = n == 0 || (n < 0 && errno != EAGAIN);
         return http_answer(std::exchange(text_, {}));
     }
+
+    bool ended = false; ///< the other side closed, as far as the latest `read` saw
 
 private:
     int fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);

@@ -1,6 +1,6 @@
 // moncl-exporter over real servers: scrapes, figures as JSON, events, and what it refuses.
+#include "encrypted_server.h"
 #include "http_client.h"
-#include "scripted_server.h"
 
 #include <cerrno>
 #include <nlohmann/json.hpp>
@@ -151,6 +151,64 @@ TEST(exporter, a_scrape_ends_when_prometheus_stops_waiting) {
     EXPECT_TRUE(exporter.get("/metrics").has(up(slow.port(), 1)));
 }
 
+TEST(exporter, a_scrape_of_a_slow_server_does_not_delay_the_end) {
+    scripted_server slow;
+    slow.answer([](int, int sub, const std::string&) -> answer_packets {
+        usleep(300000);
+        return {error_packet(sub, -ENODEV)};
+    });
+    exporter_process exporter("--connect " + at(slow.port()));
+    http_connection scrape(exporter.port);
+    scrape.send("GET /metrics HTTP/1.1\r\nHost: localhost\r\n\r\n");
+    for (int turn = 0; turn < 1000 && slow.take_requests().empty(); ++turn)
+        usleep(10000);
+    exporter.send_signal(SIGTERM);
+    EXPECT_EQ(exporter.wait(), 0);
+    EXPECT_LT(slow.take_requests().size(), 4) << "of the 15 or more of a scrape";
+}
+
+TEST(exporter, asks_encrypted_boards_and_says_why_one_does_not_answer) {
+    const file_tree folder;
+    std::string keys[2]; // public ones of the files own0 and own1
+    for (int i = 0; i < 2; ++i)
+        keys[i] = shell(folder.root(), MONCL_PROGRAM " keygen $url/own" + std::to_string(i))
+                      .out.substr(0, 40);
+    encrypted_server encrypted(keys[0]);
+    scripted_server plain;
+    for (scripted_server* each : {&encrypted.server, &plain})
+        each->answer([](int, int sub, const std::string&) -> answer_packets {
+            return {packet(sub, "MemTotal: 2048 kB\nMemAvailable: 1024 kB\n")};
+        });
+    const int safe = encrypted.server.port();
+    const std::string server_key = " --server-key " + encrypted.keys.public_key;
+    const std::string own = " --key " + folder.root() + "/own0";
+    const struct {
+        const char* name;
+        std::string options;
+        std::string path;
+        std::string expected;
+    } cases[] = {
+        {"right keys", own + server_key, "/metrics", up(safe, 1)},
+        {"a target", own + server_key + " --allow-target 127.0.0.1:*",
+         "/probe?subject=mem&target=" + at(safe), up(safe, 1)},
+        {"a plain server", own + server_key, "/api/v1/hosts", " encrypted"},
+        {"no keys", "", "/api/v1/hosts", at(safe) + " takes encrypted connections only"},
+        {"another key", " --key " + folder.root() + "/own1" + server_key, "/api/v1/hosts",
+         at(safe) + " refuses this key: add " + keys[1]},
+    };
+    for (const auto& each : cases) {
+        const exporter_process exporter("--subject mem --connect " + at(safe) + " --connect " +
+                                        at(plain.port()) + each.options);
+        // Why a handshake failed is known after some attempts: it matters which side ends it first.
+        http_answer got;
+        for (int turn = 0; turn < 8 && !got.has(each.expected); ++turn) {
+            exporter.get("/metrics");
+            got = exporter.get(each.path);
+        }
+        EXPECT_TRUE(got.has(each.expected)) << each.name << ": " << got.text;
+    }
+}
+
 TEST(exporter, answers_only_to_its_own_names_and_plain_requests) {
     const exporter_process exporter("--allow-host board.example --connect 127.0.0.1:1");
     const auto get = [](const std::string& headers) {
@@ -247,6 +305,9 @@ TEST(exporter, a_configuration_that_would_let_strangers_in_is_refused) {
         {"beyond loopback", "", "--listen 0.0.0.0:0", "--listen 0.0.0.0:0 would let everybody in"},
         {"all addresses", "", "--listen *:0", "would let everybody in"},
         {"no address", "", "--listen localhost", "needs ADDRESS:PORT"},
+        {"a key alone", "", "--key own.key", "the server's key is missing"},
+        {"targets of several keys", "", "--server-key a --server-key b --allow-target c",
+         "--allow-target goes with one --server-key"},
         {"a pattern with a slash", "", "--allow-target 10.0.0.0/8", "needs HOST[:PORT]"},
         {"no YAML", "a: [", "", "web.yml, line "},
         {"an unknown key", "basic_auth_user:\n  alice: x\n", "",

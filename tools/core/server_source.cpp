@@ -87,7 +87,8 @@ bool server_source::next(report& into) {
     if (ended_ || (wanted > 0 && done_ == wanted) || !wait())
         return false;
     into = {};
-    take(into, ticker::clock::time_point::max());
+    if (!take(into, ticker::clock::time_point::max()))
+        return false;
     into.base = plan_.compares && !based_ && !into.away;
     based_ = based_ || into.base;
     // Reports that a server misses while it is away count, too.
@@ -102,16 +103,25 @@ void server_source::ask_now(const std::vector<const subject*>& wanted,
     take(into, until);
 }
 
-void server_source::take(report& into, ticker::clock::time_point until) {
+bool server_source::is_cancelled() const {
+    const std::lock_guard<std::mutex> guard(lock_);
+    return cancelled_;
+}
+
+// Returns whether it was not cancelled meanwhile: a server may take a second for each query.
+bool server_source::take(report& into, ticker::clock::time_point until) {
     server_.begin_round();
     into.away = !server_.connect();
     if (into.away) // after its return it is asked for everything
         for (opened& each : subjects_)
             each.not_before = 0;
     library_output::take();
-    for (opened& each : subjects_)
+    for (opened& each : subjects_) {
+        if (is_cancelled())
+            return false;
         if (is_due(each) && ticker::clock::now() < until)
             ask_one(each, into);
+    }
     if (into.away) {
         const std::lock_guard<std::mutex> guard(lock_);
         away_text_ = server_.away_text();
@@ -119,6 +129,7 @@ void server_source::take(report& into, ticker::clock::time_point until) {
     ended_ =
         !into.answers.empty() && std::all_of(into.answers.begin(), into.answers.end(),
                                              [](const answer& each) { return each.figures.ended; });
+    return true;
 }
 
 int server_source::ask(const opened& each, answer& got) {

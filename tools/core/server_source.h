@@ -49,7 +49,8 @@ public:
     std::string away_text() const override;
 
     /// Asks for @p wanted at once, whatever the plan says of time; in place of `next`, and like it
-    /// by one thread. Begins no query after @p until: subjects not asked by then have no answer.
+    /// by one thread. Begins no query after @p until or `cancel`: subjects not asked by then have
+    /// no answer.
     void ask_now(const std::vector<const subject*>& wanted, ticker::clock::time_point until,
                  report& into);
 
@@ -63,7 +64,8 @@ private:
 
     bool wait();
     ticker::clock::time_point next_tick();
-    void take(report& into, ticker::clock::time_point until);
+    bool take(report& into, ticker::clock::time_point until);
+    bool is_cancelled() const;
     int ask(const opened& each, answer& got);
     bool is_due(const opened& each);
     void ask_one(opened& each, report& into);
