@@ -4,7 +4,7 @@
 # Usage: scripts_refuse.sh SOURCE_DIR
 set -eu
 cd "$1"
-for script in scripts/* bench/beside_sadc bench/*.sh; do
+for script in scripts/* bench/beside_sadc bench/scrape_beside_node_exporter bench/*.sh; do
     [ -x "$script" ] || continue # it is only sourced
     "$script" --help </dev/null | grep -iq usage || {
         echo "$script --help shows no usage"
