@@ -171,7 +171,8 @@ TEST(exporter, asks_encrypted_boards_and_says_why_one_does_not_answer) {
     const file_tree folder;
     std::string keys[2]; // public ones of the files own0 and own1
     for (int i = 0; i < 2; ++i)
-        keys[i] = shell(folder.root(), MONCL_PROGRAM " keygen $url/own" + std::to_string(i))
+        keys[i] = shell(folder.root(),
+                        TEST_EMULATOR " " MONCL_PROGRAM " keygen $url/own" + std::to_string(i))
                       .out.substr(0, 40);
     encrypted_server encrypted(keys[0]);
     scripted_server plain;
