@@ -4,9 +4,9 @@
 //
 // One client asks for CPU usage every 2 ms and measures each answer. At the same time CLIENTS
 // others ask as fast as they get answers, or PAUSE_MS after each, for what MODE says: cpu, top
-// (busiest processes), thermal (zone 0), irq, or bare (peers that send a message without a delimiter
-// and go away). Prints milliseconds of the SECONDS after the first three pauses and a second, in
-// which all connect.
+// (busiest processes), thermal (zone 0), irq, or bare (peers that send a message without a
+// delimiter and go away). Prints milliseconds of the SECONDS after the first three pauses and a
+// second, in which all connect.
 #include "common_func.h"
 #include "mon_cpu.h"
 

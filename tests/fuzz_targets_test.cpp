@@ -13,7 +13,7 @@ using inputs = std::vector<std::string>;
 
 inputs kept_inputs(const std::string& target) {
     inputs all;
-    for (const char* folder : {TEST_DATA "/inputs/", FUZZ_REGRESSIONS "/"}) {
+    for (const char* folder : {FUZZ_INPUTS "/", FUZZ_REGRESSIONS "/"}) {
         if (!std::filesystem::exists(folder + target))
             continue;
         for (const auto& file : std::filesystem::directory_iterator(folder + target))

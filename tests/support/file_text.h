@@ -1,5 +1,4 @@
-// Files that tests read. Below tests/data/, inputs/TARGET/ are texts and payloads that the fuzz
-// target of that name starts from as well.
+// Files that tests read.
 #ifndef MONCL_TESTS_FILE_TEXT_H
 #define MONCL_TESTS_FILE_TEXT_H
 
@@ -21,6 +20,11 @@ inline std::string file_text(const std::string& path) {
 /// A file below tests/data/.
 inline std::string test_data(const std::string& path) {
     return file_text(TEST_DATA "/" + path);
+}
+
+/// A text or payload below fuzz/inputs/, in the folder of the fuzz target that starts from it too.
+inline std::string fuzz_input(const std::string& path) {
+    return file_text(FUZZ_INPUTS "/" + path);
 }
 
 #endif
