@@ -193,7 +193,7 @@ TEST(exporter, asks_encrypted_boards_and_says_why_one_does_not_answer) {
         {"a target", own + server_key + " --allow-target 127.0.0.1:*",
          "/probe?subject=mem&target=" + at(safe), up(safe, 1)},
         {"a plain server", own + server_key, "/api/v1/hosts", " encrypted"},
-        {"no keys", "", "/api/v1/hosts", at(safe) + " takes encrypted connections only"},
+        {"no keys", "", "/api/v1/hosts", " encrypted connections only"},
         {"another key", " --key " + folder.root() + "/own1" + server_key, "/api/v1/hosts",
          at(safe) + " refuses this key: add " + keys[1]},
     };
