@@ -97,6 +97,7 @@ private:
     void look_after_connections();
     void drop_refused_clients();
     void peer_gone(const std::string& peer);
+    void take_messages();
     void take_message();
     bool may_ask(const message& received);
     void take(const std::string& peer, std::string frame);
