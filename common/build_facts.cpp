@@ -1,4 +1,4 @@
-// Collecting the facts: what the build fixed, and what the linked libzmq says of itself.
+// Collects the facts: those fixed by the build, and what the linked libzmq reports about itself.
 #include "build_facts.h"
 
 #include <zmq.h>
@@ -12,7 +12,7 @@ constexpr const char* compiler = "clang " __clang_version__;
 constexpr const char* compiler = "GCC " __VERSION__;
 #endif
 
-// The shared library found at run time may be another one than at build time.
+// The shared library found at run time may differ from the one at build time.
 std::string zmq_text() {
     int major = 0, minor = 0, patch = 0;
     zmq_version(&major, &minor, &patch);

@@ -1,4 +1,4 @@
-// Reading files of keys. A mistake is said with its line, and never with a key.
+// Reads files of keys. A message about a mistake names its line and never shows a key.
 #include "curve_key_file.h"
 
 #include <algorithm>
@@ -86,7 +86,7 @@ std::string read_file(const std::string& path, bool is_private, std::string& tex
     return wrong;
 }
 
-// Reads the file and parses its text; says what is wrong with the path in front.
+// Reads the file and parses its text. An error message starts with the path.
 template<class Result>
 std::string read_and_parse(const std::string& path, bool is_private, Result& result,
                            std::string (*parse)(std::string_view, Result&)) {

@@ -8,8 +8,9 @@
 
 namespace exporter {
 
-/// The form that the header Accept prefers, by its q values; the older form where it has no
-/// preference, for people and tools of old. @param accept empty if there was none
+/// The form that the header Accept prefers, by its q values; the older form if it has no
+/// preference, because people and older tools expect that one. @param accept empty if there was
+/// none
 tools::metrics_form preferred_form(const std::string& accept);
 
 /// The Content-Type of a form.

@@ -1,4 +1,4 @@
-// Answering requests for figures.
+// Answers requests for subjects, states and samples.
 #include "api.h"
 
 #include "metrics.h"
@@ -98,7 +98,7 @@ response api::hosts(const request&) const {
     return {200, json_type, text + "]}\n", {{"Cache-Control", "no-store"}}, {}, {}};
 }
 
-// Subjects and host, which all have in common. @return a fault, or the status 200
+// Reads the subjects and the host, which all queries have. Returns a fault, or the status 200.
 response api::read_query(const request& asked, sample_query& into) const {
     into.host = asked.argument("host");
     if (!into.host.empty() && !parts_.states.has(into.host))
@@ -113,7 +113,7 @@ response api::latest(const request& asked) {
     if (response wrong = read_query(asked, wanted); wrong.status != 200)
         return wrong;
     parts_.samples.want(wanted.subjects, wanted.host);
-    // What changes slowly is asked for every ten seconds. What is older says nothing of now.
+    // Subjects that change slowly are asked for every ten seconds. An older sample is out of date.
     const std::chrono::duration<double> newest_age(12 + 2 * parts_.interval);
     wanted.since = std::chrono::system_clock::now() -
                    std::chrono::duration_cast<time_point::duration>(newest_age);
@@ -152,7 +152,8 @@ response api::find_history(const request& asked) {
 }
 
 #ifdef MONCL_RECORDING
-// The memory has the newest samples, the recording those before: of an earlier run, or too old.
+// The memory holds the newest samples. The recording also holds older ones: those of an earlier
+// run, and those that the memory has dropped since.
 bool api::add_recorded(const sample_query& wanted, sample_series& into) const {
     bool leaves_out = false;
     if (parts_.recording.empty())

@@ -11,7 +11,7 @@
 
 namespace exporter {
 
-/// What the API answers from; all of it outlives that.
+/// What the API answers from. All of it has to outlive the API.
 struct api_parts {
     feed& samples;
     history& kept;
@@ -21,7 +21,7 @@ struct api_parts {
     subject_list named;    ///< subjects that were chosen on the command line
 };
 
-/// Answers requests for figures.
+/// Answers the requests below /api/v1.
 class api {
 public:
     explicit api(api_parts parts) : parts_(std::move(parts)) {}

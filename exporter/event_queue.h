@@ -14,8 +14,8 @@
 
 namespace exporter {
 
-/// A queue of server-sent events, bounded in bytes: a reader that does not keep up is given up.
-/// From any thread; `read` is for one.
+/// A queue of server-sent events, bounded in bytes: a reader that does not keep up is disconnected.
+/// Any thread may call this, but only one thread calls `read`.
 class event_queue {
 public:
     /// @param wanted  what the reader wants samples of
@@ -27,8 +27,9 @@ public:
     void push(const char* event, std::shared_ptr<const std::string> data);
     /// Nothing follows: the reader is told so.
     void close();
-    /// Copies what there is, at least a byte; waits for that, and sends a comment every few seconds
-    /// so that both sides notice when the other has gone. @return 0 after the end
+    /// Copies what is queued, and waits until there is at least a byte. While it waits it sends a
+    /// comment every few seconds, so that each side notices when the other has gone. @return 0
+    /// after the end
     std::size_t read(char* into, std::size_t size);
     /// Becomes true when the reader was given up.
     std::shared_ptr<std::atomic<bool>> given_up() const { return given_up_; }

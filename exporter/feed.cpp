@@ -1,4 +1,4 @@
-// Asking while somebody wants to know.
+// Asks the servers as long as somebody wants samples.
 #include "feed.h"
 
 #include "json_lines.h"
@@ -8,7 +8,8 @@
 namespace exporter {
 
 namespace {
-// After the last reader has gone; a page that is loaded again finds the connection still open.
+// A connection stays open this long after the last reader has gone, so that a page that is loaded
+// again can use it.
 constexpr std::chrono::seconds linger{10};
 } // namespace
 
@@ -139,7 +140,8 @@ void feed::run(asked_server& each) {
     }
 }
 
-// A connection is kept only as long: a server grants few ids, and keeps state for each.
+// A server grants few ids and keeps state for each, so the connection is closed once nobody wants
+// samples.
 void feed::ask_while_wanted(asked_server& each, std::unique_lock<std::mutex>& guard) {
     tools::server_plan plan;
     plan.subjects = served_subjects();
@@ -190,7 +192,8 @@ void feed::take(asked_server& each, forming& with, tools::report& got) {
     changed_.notify_all();
 }
 
-// What a first report has no rates of follows in the second; what is asked for seldom does not.
+// A first report has no rates, so subjects with rates wait for the second one. The others are taken
+// at once, because one that is seldom asked for may be missing from the second.
 void feed::take_answer(asked_server& each, forming& with, tools::answer& got, bool base) {
     const std::string host = each.at.text();
     tools::rate_former& rates = with.rates.try_emplace(got.what, *got.what).first->second;

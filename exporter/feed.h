@@ -45,7 +45,8 @@ public:
     /// Asks for @p subjects for some seconds. Waits until each server has been asked for them, or
     /// for about two seconds.
     void want(const subject_list& subjects, const std::string& host);
-    /// What somebody else found out about a server: heeded while the feed does not ask it.
+    /// Takes what somebody else found out about a server. It counts only while the feed does not
+    /// ask that server itself.
     void tell(const std::string& host, bool up, const std::string& why);
     /// Closes all queues and ends all waiting.
     void stop();

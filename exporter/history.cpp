@@ -6,7 +6,7 @@
 namespace exporter {
 
 namespace {
-// What a sample takes up besides its text.
+// The memory that a sample takes besides its text.
 constexpr std::size_t bytes_beside = 128;
 
 bool is_earlier(const kept_sample& a, const kept_sample& b) {

@@ -24,7 +24,7 @@ struct kept_sample {
     std::shared_ptr<const std::string> line;
 };
 
-/// What of the samples is wanted.
+/// Which samples are wanted.
 struct sample_query {
     std::vector<const tools::subject*> subjects;
     std::string host; ///< empty: all

@@ -1,5 +1,6 @@
-// Which names this exporter answers to: a page of somebody else's may let a name of its own point
-// to this machine, and would then be of the same origin as ours.
+// Which names this exporter answers to. The owner of another page may point a name of theirs to
+// this machine; under that name their page would have the same origin as ours, so requests for such
+// names are refused.
 #ifndef MONCL_EXPORTER_HOST_NAMES_H
 #define MONCL_EXPORTER_HOST_NAMES_H
 
@@ -15,8 +16,8 @@ public:
     /// @param more names besides localhost and that of this machine
     explicit host_names(const std::vector<std::string>& more);
 
-    /// Whether the header Host says one of the names, or any IP address: whoever asks for an
-    /// address has not been sent here by a name. The port is of no matter.
+    /// Whether the header Host has one of the names, or any IP address: a browser that asks for an
+    /// address was not sent here by a foreign name. The port is ignored.
     bool has(const std::string& header) const;
 
 private:

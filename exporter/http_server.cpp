@@ -30,8 +30,8 @@ public:
         const std::lock_guard<std::mutex> guard(lock_);
         times_.erase(of);
     }
-    // The connection's own thread notices, and frees what it has. It cannot close the socket
-    // meanwhile: it forgets its deadline first.
+    // Shuts overdue sockets down. The connection's own thread notices and frees its data. It cannot
+    // close the socket meanwhile, because it removes its deadline first.
     void cut_overdue() {
         const std::lock_guard<std::mutex> guard(lock_);
         for (auto& [connection, each] : times_) {
@@ -103,7 +103,7 @@ void check_request(exchange& of, const std::string& method) {
         refuse(of, MHD_HTTP_BAD_REQUEST, "a request with a body is not answered");
 }
 
-// No page of another origin may use what is here, and no page of ours anything else.
+// Pages of other origins may not use our answers, and our pages may use nothing from elsewhere.
 void add_headers(MHD_Response* to, const response& from) {
     MHD_add_response_header(to, "Content-Type", from.type.c_str());
     MHD_add_response_header(to, "X-Content-Type-Options", "nosniff");
@@ -209,7 +209,7 @@ void http_server::running::on_connection(void* self, MHD_Connection* of, void**,
         me.begin_connection(of);
 }
 
-// What a slow reader has not taken yet is kept in the kernel, which would let it grow to megabytes.
+// The kernel keeps what a slow reader has not taken yet, and would let that grow to megabytes.
 void http_server::running::begin_connection(MHD_Connection* of) {
     deadlines_.set(of, clock::now() + options_.first_request);
     const int bytes = 128 * 1024;
@@ -221,7 +221,7 @@ void http_server::running::on_end(void* self, MHD_Connection* of, void** own,
                                   MHD_RequestTerminationCode) {
     auto& me = *static_cast<running*>(self);
     delete static_cast<exchange*>(std::exchange(*own, nullptr));
-    // Whoever comes back every half minute should not have to connect each time.
+    // A client that comes back every half minute should not have to connect each time.
     MHD_set_connection_option(of, MHD_CONNECTION_OPTION_TIMEOUT,
                               static_cast<unsigned>(me.options_.next_request.count()));
     me.deadlines_.set(of, clock::now() + me.options_.next_request);

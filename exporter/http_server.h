@@ -1,5 +1,4 @@
-// The HTTP server: connections, their limits and time-outs, TLS. What is answered is a handler's
-// matter.
+// The HTTP server: connections, their limits and time-outs, TLS. A handler makes the answers.
 //
 //     http_server server(options, [](const request& asked) { return response{...}; });
 //     while (!stop.wait_for(-1, -1, 1000))

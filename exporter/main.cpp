@@ -46,7 +46,8 @@ void say_where(const options& given, int port) {
     std::fflush(stdout);
 }
 
-// Parts are destroyed in the opposite order: whoever asks goes before what is asked.
+// Parts are destroyed in the opposite order of their declaration, so each one goes before the parts
+// that it uses.
 void run(const options& given) {
     tools::stop_signal stop; // before any thread
     const tools::library_output printed;

@@ -1,4 +1,4 @@
-// Saying things once.
+// Writes each message once.
 #include "messages.h"
 
 #include "safe_text.h"

@@ -17,7 +17,7 @@ public:
     /// Says that a server is away, or back.
     void say_state(const host_state& now);
     /// Says, once each, what was cut off of an answer, and what of it could not be decoded.
-    /// @param named the subject was asked for by name: why it was refused is said, too
+    /// @param named the subject was asked for by name, so a refusal is reported, too
     void say_of(const std::string& host, const tools::answer& got, bool named);
 
 private:

@@ -23,7 +23,7 @@ subject_list usual_subjects() {
     return usual;
 }
 
-// Prometheus says when it stops waiting; the answer needs some of that time to get there.
+// Prometheus sends how long it waits. The answer needs some of that time to arrive.
 clock::time_point deadline_of(const request& asked) {
     double seconds = 10;
     if (const auto header = asked.header("x-prometheus-scrape-timeout-seconds")) {
@@ -96,7 +96,7 @@ response metrics_pages::probe(const request& asked) {
     return scrape_all({found}, subjects, asked, false);
 }
 
-// The connections to targets are kept, too, as long as they are probed.
+// Connections to targets, too, are kept as long as the targets are probed.
 metrics_pages::worker metrics_pages::worker_for(const tools::endpoint& target) {
     std::vector<worker> ended; // after the lock is given back: ending one may take a second
     const std::lock_guard<std::mutex> guard(lock_);

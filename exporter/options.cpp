@@ -122,7 +122,8 @@ void read_servers(std::vector<std::string> given, options& into) {
     }
 }
 
-// A target has the key that all servers have: of several nobody knows which one is its own.
+// Targets are asked with the key that all servers share. If servers have different keys, it is not
+// known which one a target has.
 void read_keys(const words& given, options& into) {
     const char* from_environment = std::getenv("MONCL_KEY");
     const std::string key =

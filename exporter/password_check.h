@@ -11,7 +11,7 @@
 
 namespace exporter {
 
-/// Knows the users. A check takes as long for a user that there is not. From any thread.
+/// Knows the users. A check takes equally long for a user that does not exist. From any thread.
 class password_check {
 public:
     enum class verdict { good, bad, too_many };
@@ -20,8 +20,8 @@ public:
     explicit password_check(std::map<std::string, std::string> users);
 
     /// Looks at the header Authorization, if there was one. A password that was right before costs
-    /// a hash; each other one costs a bcrypt, of which there are a few in a second only, one after
-    /// the other: beyond that the verdict is too_many, whatever the password.
+    /// a hash. Any other costs a bcrypt. Only a few bcrypts are computed in a second, one after the
+    /// other; beyond that the verdict is too_many, whatever the password.
     verdict check(const std::optional<std::string>& header);
 
 private:

@@ -8,8 +8,8 @@
 
 namespace exporter {
 
-/// Adds what the recording @p path has of one host from `since` until before `until`. There are
-/// rates; where samples are left out they are formed over the time in between.
+/// Adds what the recording @p path has of one host from `since` until before `until`. The samples
+/// have rates. Where samples are left out, a rate is formed over the time in between.
 /// @param wanted   names one host
 /// @param interval of the recording, in seconds: reports are not read more closely
 /// @return whether samples were left out

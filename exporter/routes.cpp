@@ -9,7 +9,8 @@ bool accepts_gzip(const request& asked) {
     return accepted.find("gzip") != accepted.npos && accepted.find("gzip;q=0") == accepted.npos;
 }
 
-// The files change only with the program: whoever has them asks whether it is still the same.
+// The files change only with the program, so a browser that has one only asks whether it has
+// changed.
 response send_file(const web_file& file, const request& asked) {
     response made;
     made.type = file.type;

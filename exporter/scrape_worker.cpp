@@ -54,7 +54,8 @@ clock::time_point scrape_worker::last_order() const {
     return last_order_;
 }
 
-// Most queries of a scrape would be for hardware that the server does not have.
+// Keeps answers that are not worth asking for each time. Without this, most queries of a scrape
+// would be for hardware that the server does not have.
 void scrape_worker::keep(const tools::answer& got) {
     constexpr std::chrono::seconds lacking{60};
     constexpr std::chrono::seconds slow{30};

@@ -17,8 +17,8 @@ struct server_access {
     std::shared_ptr<const tools::encryption> target_keys;
 };
 
-/// Whether the exporter can ask for @p what: not for what this program knows by itself, nor for
-/// processes that somebody must name.
+/// Whether the exporter can ask for @p what: not for subjects that this program answers by itself,
+/// nor for those about a process that a user has to name.
 bool is_served(const tools::subject& what);
 
 /// Every subject that is served.

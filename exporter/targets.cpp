@@ -10,7 +10,7 @@ bool is_alphanumeric(char c) {
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-// What a transport would take for more than a host is none.
+// A text that a transport would read as more than a host is not a host.
 bool is_host(const std::string& text) {
     for (const char c : text)
         if (!is_alphanumeric(c) && std::string("-_.:[]").find(c) == std::string::npos)

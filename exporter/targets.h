@@ -10,8 +10,8 @@
 
 namespace exporter {
 
-/// Whether @p text fits @p pattern: `*` stands for any letters and digits, and for none, but not
-/// for '.' nor ':', so that 10.0.0.* is no name of somebody else's.
+/// Whether @p text fits @p pattern: `*` stands for any number of letters and digits, also none, but
+/// not for '.' or ':'. So 10.0.0.* does not fit a longer name that begins with 10.0.0.
 bool fits(const std::string& pattern, const std::string& text);
 
 /// The patterns of --allow-target. None allow nothing.

@@ -20,8 +20,8 @@ struct web_config {
     std::map<std::string, std::string> users; ///< with the bcrypt hashes of their passwords
 };
 
-/// Reads the file @p path. Files that it names are looked for from its own folder on. What it has
-/// besides is refused, for it may be there to protect somebody.
+/// Reads the file @p path. Files that it names are looked for from its own folder on. Any other
+/// setting is refused, because it may be there to protect somebody.
 /// @throws std::runtime_error with the line and what is wrong with it
 web_config read_web_config(const std::string& path);
 

@@ -67,7 +67,7 @@ std::string isp_text(const isp_state& isp) {
 
 std::string pyramid_text(const pyramid_state& pym) {
     auto out = plain_text();
-    // Clients find the hardware's count before its label only, the two others behind theirs.
+    // Clients read the hardware's count before its label, and the two others after theirs.
     out << "==== pyramid ====\n"
         << "mode: " << pym.mode << " width: " << pym.input.width << " height: " << pym.input.height
         << "\n"

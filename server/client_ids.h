@@ -16,11 +16,11 @@ namespace monsrv {
 /// it back.
 ///
 /// An id whose connection has gone is free at once, and is granted again after those that were free
-/// before. What is kept under it is to be forgotten after `grace`, so that a client can connect
-/// again and find it, or when the id is granted to another.
+/// before. The samples kept under it are forgotten after `grace`, or when the id is granted to
+/// another client. Until then a client can connect again and find them.
 ///
-/// An id that was not heard of for `lease` counts as abandoned and may be granted again, but only
-/// once no other is left.
+/// An id without a request for `lease` counts as abandoned and may be granted again, but only once
+/// no other is left.
 class client_ids {
 public:
     using clock = std::chrono::steady_clock;

@@ -15,8 +15,9 @@ namespace {
 constexpr const char* monitor_address = "inproc://monsrv.connections";
 // Descriptors of the server itself: files being read, performance counters of some CPUs.
 constexpr rlim_t own_descriptors = 256;
-// While there are too many connections and some come and go, this many times a second others are
-// let in: some of these are closed at once, which takes time.
+// After new connections were shut out, they stay shut out for at least this time. Some of those let
+// in afterwards may be too many and are closed at once, which takes time, so this must not happen
+// often.
 constexpr std::chrono::milliseconds shut_for{100};
 
 // ZeroMQ numbers the peers that choose no id of their own as they come: a zero byte, then 32 bits,
@@ -29,7 +30,7 @@ std::uint32_t number_of(const std::string& peer) {
     std::memcpy(&number, peer.data() + 1, sizeof number);
     return be32toh(number);
 }
-// The numbers start anywhere and wrap.
+// The numbers start at a random value and wrap.
 bool came_before(const std::string& peer, const std::string& other) {
     return is_numbered(peer) && is_numbered(other) &&
            static_cast<std::int32_t>(number_of(peer) - number_of(other)) < 0;
@@ -114,7 +115,7 @@ bool connections::is_known(const std::string& peer, int fd) const {
     return found != peers_.end() && found->second == peer;
 }
 
-// A message may be taken after its connection has closed and a newer one has got the descriptor.
+// When a message is taken, its connection may have closed and a newer one may have its descriptor.
 origin connections::seen(const std::string& peer, int fd,
                          const std::function<void(const std::string&)>& gone) {
     if (fd == -1)
@@ -134,8 +135,8 @@ origin connections::seen(const std::string& peer, int fd,
     return origin::open;
 }
 
-// ZeroMQ may have closed the descriptor by now, and then its number may belong to a newer
-// connection, which connects again.
+// ZeroMQ may have closed the descriptor by now, and its number may belong to a newer connection.
+// That one is then cut off instead, and connects again.
 void connections::cut_off(const std::string& peer) const {
     for (const auto& [fd, its_peer] : peers_)
         if (its_peer == peer)

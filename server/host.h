@@ -1,5 +1,5 @@
 // The machine being sampled: its files, below a root that tests may put elsewhere, and the board
-// simulated behind it, if any.
+// simulated with it, if any.
 #ifndef MONSRV_HOST_H
 #define MONSRV_HOST_H
 
@@ -28,7 +28,7 @@ public:
     /// a tree of files any file may be replaced, so there none is kept.
     int read_again(const std::string& path, std::string& text) const;
 
-    /// Whether the host's own kernel is the one sampled, and not a tree of files.
+    /// Whether samples come from the running kernel and not from a tree of files.
     bool is_live() const { return root_.empty(); }
 
     /// The simulated board, valid as long as the host; null if there is none.

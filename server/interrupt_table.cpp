@@ -42,7 +42,7 @@ struct column_list {
     std::vector<std::size_t> cpus;
     bool has_gaps = false; // CPUs without a column
 
-    // Of a header that is not the kernel's the columns are counted.
+    // If the header does not name CPUs as the kernel does, columns are numbered by position.
     explicit column_list(std::string_view header) {
         bool named = true;
         for (std::string_view word; !(word = take_word(header)).empty();) {

@@ -19,9 +19,9 @@ constexpr std::int64_t largest_message = 65536;
 // Parts of a message with the peer's id and the delimiter; the frame is the third, and others are
 // not looked at.
 constexpr int parts_max = 16;
-// Of a frame no more is looked at.
+// Bytes of a frame beyond these are ignored.
 constexpr std::size_t frame_max = frame_header_size + request_payload_max;
-// Messages that wait for the loop, of one client, before its connection is no longer read.
+// Once so many messages of one client wait for the loop, its connection is no longer read.
 constexpr int received_max = 16;
 // Messages taken before the stop, slow answers and connections are looked at again.
 constexpr int messages_at_once = 16;
@@ -36,7 +36,7 @@ constexpr int unread_max = 4;
 constexpr int keepalive_idle_s = 30;
 constexpr int keepalive_interval_s = 10;
 constexpr int keepalive_count = 3;
-// A peer whose host confirms nothing that was sent is cut off after this time.
+// A peer is cut off if its host has confirmed nothing of what was sent to it for this time.
 constexpr int unconfirmed_max_ms = 60000;
 
 bool is_well_formed(const data_struct& header, std::size_t frame_size) {
@@ -245,7 +245,8 @@ void monitor_server::run() {
     stopping_ = false;
 }
 
-// Until something is due that no event announces: 1 ms more, as what is due in less is not yet.
+// Returns the time until something is due that no event announces. It is rounded down to whole
+// milliseconds, hence 1 ms more: poll must not return before the time has come.
 int monitor_server::poll_timeout() const {
     using namespace std::chrono;
     auto due = std::min(sockets_->peers->due(), ids_.due());
@@ -297,8 +298,8 @@ void monitor_server::take_messages() {
     }
 }
 
-// Receives one message with all its parts. What is no request has no answer that its sender would
-// understand.
+// Receives one message with all its parts. A malformed message gets no answer, because its sender
+// would not understand one.
 void monitor_server::take_message() {
     message received;
     while (received.receive_part(sockets_->router)) {
@@ -319,7 +320,8 @@ void monitor_server::take_message() {
     }
 }
 
-// What a client that has gone wanted is of no use to it, and nobody would take back what it got.
+// Refuses the requests of a client that has gone: it gets no answer any more, and nobody would take
+// back an id that it is granted now.
 bool monitor_server::may_ask(const message& received) {
     if (!sockets_->peers->is_known(received.peer, received.fd)) // it may have only just come
         look_after_connections();
@@ -415,7 +417,7 @@ int monitor_server::answer_about_ids(const std::string& peer, const data_struct&
     return result;
 }
 
-// Forgets what is kept under an id. Under 0 are the samples of all clients without an id; of them
+// Forgets what is kept under an id. All clients without an id share the samples under 0, so for 0
 // only counting ends.
 void monitor_server::forget(std::uint8_t id) {
     if (id != 0) {
@@ -445,8 +447,8 @@ void monitor_server::send_slow_answers() {
     }
 }
 
-// An answer is whole packets of 8240 bytes, at least one. The first tells the length of all of the
-// payload, so that a client sees from it whether others follow.
+// An answer is whole packets of 8240 bytes, at least one. The first one holds the length of the
+// whole payload, so that a client knows whether others follow.
 void monitor_server::send(const std::string& peer, const data_struct& header, int result,
                           const reply& answer) {
     refused_ += result < 0 ? 1 : 0;

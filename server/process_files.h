@@ -1,4 +1,4 @@
-// What the kernel tells about one process, for every sampler that asks.
+// Reads the kernel's files about one process, for all samplers.
 #ifndef MONSRV_PROCESS_FILES_H
 #define MONSRV_PROCESS_FILES_H
 
@@ -11,7 +11,7 @@
 
 namespace monsrv {
 
-/// The folder of one process, kept open. It stays that process's when the id is used again.
+/// The folder of one process, kept open. It still belongs to that process if the id is used again.
 class process_folder {
 public:
     process_folder(const host& env, std::int32_t pid);

@@ -26,7 +26,7 @@ class process_traffic {
 public:
     /// Takes in what the process holds.
     /// @param inodes  of `list_socket_inodes`
-    /// @param all     whether they are all it holds; otherwise none is taken for closed
+    /// @param all     whether they are all it holds; otherwise none counts as closed
     /// @param sockets a whole list of `list_tcp_sockets`, taken after @p inodes
     void update(const std::vector<std::uint32_t>& inodes, bool all,
                 const std::vector<tcp_socket>& sockets);

@@ -81,9 +81,10 @@ private:
         now_.totals->processes.push_back(totals);
     }
 
-    // The kernel's own threads are many and seldom do I/O: the account of one that has not run
-    // since the sample before is left until it has, when it shows that. Nor is one asked for again
-    // that was refused, until its process has run and may have become another user's.
+    // Keeps the account of the sample before where reading it again gains nothing, and returns
+    // whether it did. The kernel's own threads are many and seldom do I/O, so the account of such a
+    // thread is read again only once the thread has run. An account that was refused is tried again
+    // only once its process has run, because it may then belong to another user.
     bool keep_account(process_totals& totals, const pid_msg& row, const process_totals* known) {
         if (totals.ran || known == nullptr || known->start_ticks != totals.start_ticks ||
             !(known->io_refused || (row.rss == 0 && !std::isnan(known->io_bytes))))
@@ -94,7 +95,8 @@ private:
         return true;
     }
 
-    // First of those that are likelier to be shown. Those that are not shown now may be next time.
+    // Reads the accounts of processes that ran first, because these are likelier to be shown. The
+    // others are read as well, because they may be shown next time.
     void read_accounts(time_point deadline) {
         for (const bool ran : {true, false}) {
             process_cursor known(before_);
@@ -134,8 +136,9 @@ const process_totals* process_cursor::find(std::int32_t pid) {
     return at_ < all.size() && all[at_].pid == pid ? &all[at_] : nullptr;
 }
 
-// The answer before this one if there was one, else the process's start: so the first table already
-// ranks processes, as averages of their lives, and a tree of files shows more than zeros.
+// Rates are counted from the answer before this one, or from the process's start if there was none.
+// So the first table already ranks processes by their averages since they started, and a tree of
+// files shows more than zeros.
 process_base base_of(const process_totals& now, const process_snapshot* before,
                      const process_totals* known, double uptime) {
     const double tick = 1 / ticks_per_second;

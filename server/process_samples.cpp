@@ -22,7 +22,7 @@ using clock_type = process_samples::clock;
 constexpr std::chrono::milliseconds shared_for{100};
 // How long a request waits for a sample that is being taken, a fraction of a client's 1000 ms.
 constexpr std::chrono::milliseconds patience{700};
-// How often the thread looks whether requests came at another time than expected.
+// How often the thread checks whether requests came at another time than expected.
 constexpr std::chrono::milliseconds turn{20};
 } // namespace
 
@@ -50,8 +50,8 @@ struct process_samples::shared_state {
     std::condition_variable changed;
     request_pace pace;
     std::shared_ptr<process_sample> latest;
-    // The totals of `latest` as they were taken, for the next sample: whoever got `latest` changes
-    // it.
+    // The totals of `latest` as they were taken. The next sample needs them, and those who got
+    // `latest` may change it.
     std::shared_ptr<const process_snapshot> before;
     int error = 0; // of the latest attempt
     std::size_t taken = 0;
@@ -130,7 +130,7 @@ void process_samples::shared_state::take(std::unique_lock<std::mutex>& guard) {
     changed.notify_all();
 }
 
-// When to take the next sample for it to be there in time; none if nobody is going to ask.
+// Returns when to take the next sample so that it is ready in time; none if no request is expected.
 std::optional<clock_type::time_point> process_samples::shared_state::next_start() const {
     const clock::duration cost = latest->cost();
     if (cost < worth_ahead || error < 0)

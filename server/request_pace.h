@@ -25,7 +25,7 @@ public:
     void forget(std::uint8_t client_id) { clients_.erase(client_id); }
 
     /// The earliest time, not before @p after, at which a client asks if it keeps its pace; none if
-    /// nobody does @p now.
+    /// no client keeps one @p now.
     std::optional<clock::time_point> next(clock::time_point now, clock::time_point after) const;
 
 private:

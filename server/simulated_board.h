@@ -87,7 +87,7 @@ private:
     std::optional<std::chrono::milliseconds> stands_at_;
 };
 
-/// What a program that simulates a board tells its user.
+/// The notice that a program which simulates a board shows its user.
 inline constexpr std::string_view simulation_notice =
     "accelerator and video pipeline are simulated, and so are temperatures, cooling and ion heaps "
     "if this host has none";

@@ -16,7 +16,7 @@
 namespace monsrv {
 
 namespace {
-// A thread that has been busy for so long may be hanging: what waits behind it gets another.
+// A thread that has been busy for so long may hang, so the reads that wait get another thread.
 constexpr std::chrono::milliseconds suspicion{10};
 
 slow_reads::outcome do_work(const slow_reads::work& work) {
@@ -97,7 +97,8 @@ slow_reads::run(const std::map<std::string, work>& wanted) {
     return outcomes;
 }
 
-// Called with the lock held. Where no thread can be had, what is queued waits for those there are.
+// Called with the lock held. If no thread can be started, queued reads wait for the existing
+// threads.
 void slow_reads::add_thread() {
     if (state_->threads == state_->most_threads)
         return;
@@ -132,7 +133,8 @@ void slow_reads::serve(const std::shared_ptr<shared_state>& state) {
     }
 }
 
-// Opened to wait: a driver may answer a reader that will not with a mere EAGAIN.
+// Opens the file without O_NONBLOCK, because a driver may answer a reader that does not wait with
+// EAGAIN only.
 slow_reads::outcome slow_reads::read_file(const std::string& path) {
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd == -1)

@@ -1,4 +1,4 @@
-// A queue and a thread for each slow subject, and the way back.
+// A queue and a thread for each slow subject, and the queue of answers to the loop.
 #include "slow_requests.h"
 
 #include "descriptor.h"

@@ -14,8 +14,8 @@
 
 namespace monsrv {
 
-/// Keeps the sockets of processes as long as the kernel lists none that is new: then any of them
-/// may have opened it. A socket that was handed from one process to another is found after `keep`.
+/// Keeps the sockets of processes until the kernel lists a new socket, which any of the processes
+/// may have opened. A socket that was handed from one process to another is found after `keep`.
 class socket_owners {
 public:
     using time_point = std::chrono::steady_clock::time_point;

@@ -60,8 +60,9 @@ Field read_field(const rtattr* attribute, std::size_t offset) {
     return value;
 }
 
-// Bytes sent and acknowledged. The kernel also counts a SYN and a FIN of ours as one byte each;
-// they show once all data is acknowledged, for those that it counts as sent are data only.
+// Bytes sent and acknowledged. The kernel also counts a SYN and a FIN of ours as one byte each; its
+// count of sent bytes is of data only, so once all data is acknowledged the difference is that SYN
+// and FIN.
 std::uint64_t acknowledged(const rtattr* info) {
     const auto acked = read_field<std::uint64_t>(info, offsetof(tcp_info, tcpi_bytes_acked));
     const auto sent = read_field<std::uint64_t>(info, offsetof(tcp_info, tcpi_bytes_sent)) -

@@ -1,4 +1,4 @@
-// ZeroMQ has error numbers of its own, which only its own function can name.
+// ZeroMQ has error numbers of its own, which only zmq_strerror can name.
 #include "zmq_failure.h"
 
 #include <system_error>

@@ -6,7 +6,7 @@
 //     if (!app.parse(words, std::cout)) // throws arguments::fault
 //         return 0;                     // help was shown
 //
-// What is read goes to variables that have to outlive the parser.
+// The parser stores values in the variables given to it, which have to outlive it.
 #ifndef MONCL_COMMON_ARGUMENTS_H
 #define MONCL_COMMON_ARGUMENTS_H
 

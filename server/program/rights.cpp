@@ -83,7 +83,7 @@ void become(const std::string& name) {
         fail("cannot become the user " + name);
 }
 
-// Keeps those of `before` that are wanted.
+// Keeps the capabilities of `before` that are wanted.
 // Returns their names, a blank before each.
 std::string keep_capabilities(const rights_wanted& wanted, const capability_set& before) {
     std::string names;

@@ -22,7 +22,7 @@ std::string environment(const char* name) {
 service_manager::service_manager() : socket_(environment("NOTIFY_SOCKET")) {
     if (!socket_.empty() && socket_[0] == '@')
         socket_[0] = '\0';
-    // A parent may have left its own in the environment.
+    // The variable may be meant for a parent process that left it in the environment.
     const std::string whose = environment("WATCHDOG_PID");
     if (!whose.empty() && whose != std::to_string(getpid()))
         return;

@@ -27,7 +27,7 @@ bool is_named_as_partition_of(const std::string& name, const std::string& disk) 
 }
 
 // Whole devices are those that /sys/block lists. A tree of files may hold it in part or not at all:
-// there devices that it does not list are judged by their names.
+// there the names of devices that it does not list decide.
 class whole_devices {
 public:
     explicit whole_devices(const host& env) : folder_(env.path("/sys/block")) {
@@ -116,8 +116,9 @@ public:
         std::vector<block_stat> devices = read_devices(env_, text);
         cut_to_fit(devices);
         std::vector<block_stat>& before = shown_[client_id];
-        // Others have come in the place of some. One less makes the client drop its sample; the
-        // next answer has them all.
+        // If as many devices as before are there but not the same ones, the client would compare
+        // different devices. One record less makes it drop its previous sample; the next answer has
+        // them all.
         if (devices.size() == before.size() &&
             !std::equal(devices.begin(), devices.end(), before.begin(), is_same_device))
             devices.pop_back();

@@ -1,6 +1,6 @@
 // The table of busiest processes.
 //
-// Clients share samples, and each gets the difference to the one that it was answered from before.
+// Clients share samples. Each client gets rates since the sample of its previous answer.
 #include "mon_cpu.h"
 #include "process_network.h"
 #include "process_samples.h"
@@ -19,8 +19,8 @@
 namespace monsrv {
 namespace {
 
-// What looking at the shown processes' sockets may take: the descriptors of one process, those of
-// all, and with the kernel's list of sockets.
+// Limits of time for looking at the shown processes' sockets: for the descriptors of one process,
+// for those of all, and for these together with the kernel's list of sockets.
 constexpr std::chrono::milliseconds descriptors_max{10};
 constexpr std::chrono::milliseconds all_descriptors_max{60};
 constexpr std::chrono::milliseconds network_max{100};
@@ -29,7 +29,7 @@ constexpr std::chrono::milliseconds network_max{100};
 constexpr std::size_t clients_max = 128;
 constexpr std::size_t samples_max = 32;
 
-// What a sample costs where it is worth taking before somebody asks.
+// A sample that takes this long is taken before somebody asks.
 constexpr std::chrono::milliseconds worth_taking_ahead{25};
 
 const double ticks_per_second = static_cast<double>(sysconf(_SC_CLK_TCK));
@@ -102,7 +102,7 @@ void add_network(process_sample& now, socket_rates& rates, socket_owners& owners
     rates.update(*now.sockets, now.sockets_time);
     const auto start = std::chrono::steady_clock::now();
     for (pid_msg& row : rows) {
-        // Without memory it is one of the kernel's own threads, or has ended.
+        // A process without memory is one of the kernel's own threads, or has ended.
         if (row.rss == 0) {
             row.net_band = 0;
             continue;
@@ -118,7 +118,7 @@ void add_network(process_sample& now, socket_rates& rates, socket_owners& owners
     }
 }
 
-// Deals the simulated cores' load out: on each core two of the four busiest processes work.
+// Distributes the simulated cores' load: on each core two of the four busiest processes work.
 void add_accelerator(const board_figures& board, std::vector<pid_msg>& rows) {
     for (std::size_t core = 0; core < board.nnu_load.size() && !rows.empty(); ++core) {
         const float load = static_cast<float>(board.nnu_load[core]) / 10;

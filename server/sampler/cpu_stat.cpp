@@ -8,7 +8,8 @@ int sample(const host& env, reply& answer) {
     std::string text;
     if (const int error = env.read_again("/proc/stat", text); error < 0)
         return error;
-    // They stand first; what follows would not fit into the frame on machines with many interrupts.
+    // The "cpu" lines come first. On machines with many interrupts the lines after them would not
+    // fit into the frame.
     std::size_t end = 0;
     while (text.compare(end, 3, "cpu") == 0) {
         const std::size_t line_end = text.find('\n', end);

@@ -24,7 +24,7 @@ public:
     }
 
 private:
-    // Clients ask every second: only a change is worth a line.
+    // Logs changes only, because clients ask every second.
     void log(const fitted_table& table) {
         if (table.rows_left_out == logged_)
             return;

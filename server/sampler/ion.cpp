@@ -8,7 +8,8 @@
 namespace monsrv {
 namespace {
 
-// The figure of the line "total N" in a heap's file; its other lines name clients and orphans.
+// Finds the number of the line "total N" in a heap's file; its other lines name clients and
+// orphans.
 bool find_total(const std::string& text, std::uint64_t& total) {
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {

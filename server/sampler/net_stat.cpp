@@ -21,7 +21,8 @@ namespace {
 constexpr std::size_t most_processes = 256; // of one client
 constexpr std::size_t device_name_size = 16;
 constexpr std::size_t device_record_size = device_name_size + 8;
-// Most of a client's patience stays for everybody else, however many sockets there are.
+// However many sockets there are, counting them takes at most this part of the time that clients
+// wait.
 constexpr std::chrono::milliseconds patience{300};
 
 using clock_type = std::chrono::steady_clock;
@@ -62,8 +63,8 @@ int open_descriptors(const process_folder& process) {
     return folder == -1 ? -errno : folder;
 }
 
-/// One registered process. It is the one that had the id at that time: when it has ended, its total
-/// stays, and a process that is given the same id is not taken for it.
+/// One registered process. It is the process that had the id when it was registered. After it has
+/// ended its total stays, and another process that gets the same id is not counted.
 class watched_process {
 public:
     watched_process(const host& env, std::int32_t pid) : env_(env), pid_(pid) {
@@ -229,7 +230,8 @@ private:
         return error == -ENOENT || error == -EPROTONOSUPPORT ? -ENOTSUP : error;
     }
 
-    // Descriptors before sockets: one opened in between is seen next time, with all its bytes.
+    // Lists descriptors before sockets: a socket opened in between is seen next time, with all its
+    // bytes.
     void look_at_sockets(registered_set& set) {
         const clock_type::time_point deadline = clock_type::now() + patience;
         for (auto& each : set.processes)

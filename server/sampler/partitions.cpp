@@ -87,7 +87,8 @@ slow_reads::outcome measure(const std::string& path) {
     return {0, std::string(reinterpret_cast<const char*>(&info), sizeof info)};
 }
 
-/// Measures file systems; a dead server or disk may be behind one, so each is measured aside.
+/// Measures file systems. One may be on a server or disk that does not answer, so each is measured
+/// in a thread apart from the one that answers.
 class partitions {
 public:
     explicit partitions(const host& env) : env_(env) {}
@@ -122,7 +123,7 @@ public:
 private:
     using named_mounts = std::vector<std::pair<std::string, const mount*>>;
 
-    // The count in front goes no further than a byte can; the names tell themselves.
+    // The count byte before the names wraps at 256, so it is ignored.
     named_mounts choose(const request& asked, const std::vector<mount>& mounts) const {
         const auto* start = reinterpret_cast<const char*>(asked.payload);
         std::istringstream names(asked.size < 1 ? "" : std::string(start + 1, asked.size - 1));
@@ -137,7 +138,7 @@ private:
         return chosen;
     }
 
-    // A device may be mounted at many places.
+    // Lists each device once, although it may be mounted at many places.
     named_mounts all_devices(const std::vector<mount>& mounts) const {
         named_mounts chosen;
         std::set<std::string> seen;
@@ -147,7 +148,7 @@ private:
         return chosen;
     }
 
-    // A tree of files holds no devices: there the name decides.
+    // A tree of files holds no devices, so there the name decides.
     bool is_block_device(const std::string& source) const {
         struct stat status {};
         return source.rfind("/dev/", 0) == 0 &&

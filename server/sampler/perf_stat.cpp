@@ -87,8 +87,8 @@ int open_counter(const event& what, int cpu) {
     return fd == -1 ? -errno : static_cast<int>(fd);
 }
 
-// A processor with fewer counters than events takes them in turns: the count is that of its share
-// of the time, and is scaled to all of it.
+// A processor with fewer counters than events takes them in turns: each counts for its share of the
+// time only, and its count is scaled to the whole time.
 std::uint64_t read_counter(int fd) {
     struct {
         std::uint64_t value, enabled_ns, running_ns;
@@ -121,8 +121,9 @@ public:
     counter_set& operator=(const counter_set&) = delete;
 
     // Opens what the machine has.
-    // Returns 0, or the negated errno of the first failure if that is nothing, or if some counters
-    // cannot be had for want of resources: their totals would be too small and not tell.
+    // Returns 0, or the negated errno of the first failure: if no counter could be opened, or if
+    // some could not for want of resources, because their totals would then be too small without
+    // notice.
     int open(const std::vector<int>& cpus) {
         allow_descriptors(cpus.size() * event_count);
         int first_failure = 0;

@@ -10,8 +10,8 @@
 namespace monsrv {
 namespace {
 
-// What the combined answer says of a sensor without a value, so that the others keep their index.
-// The first is the kernel's own invalid temperature; a cooling state is never negative.
+// Lines of the combined answer for a sensor without a value. They keep later sensors at their
+// index. The first is the kernel's own invalid temperature; a cooling state is never negative.
 constexpr std::string_view no_temperature = "-274000\n";
 constexpr std::string_view no_state = "-1\n";
 
@@ -33,7 +33,7 @@ const sensor_kind cooling_devices{peripheral_request::cooling_count, "cooling_de
                                   &board_figures::cooling, no_state};
 const sensor_kind thermal_zones{peripheral_request::thermal_count, "thermal_zone", "/temp",
                                 &board_figures::temperatures, no_temperature};
-// As many as the byte that counts them can count.
+// The most that the count byte of the answer can hold.
 constexpr std::size_t sensors_max = 255;
 
 std::string figure_line(std::int64_t figure) {
@@ -50,7 +50,8 @@ slow_reads::outcome check_figure(slow_reads::outcome read) {
     return {0, figure_line(figure)};
 }
 
-/// Reads sensors; a driver may take its time, so each is read aside.
+/// Reads sensors. A driver may be slow, so each sensor is read in a thread apart from the one that
+/// answers.
 class sensors {
 public:
     explicit sensors(const host& env) : env_(env) {}

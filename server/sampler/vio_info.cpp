@@ -27,7 +27,7 @@ void install(sampler_table& table, const host& env) {
     }
     answer_from_board(table, env, video_command, video_request::gdc_rates,
                       [](const figures& now) { return output_rate_text(now.gdc); });
-    // Clients look at whether there is an answer, and at nothing in it.
+    // Clients only check whether there is an answer, and ignore its content.
     answer_from_board(table, env, video_command, video_request::delay,
                       [](const figures&) { return std::string(); });
 }
