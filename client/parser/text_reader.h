@@ -120,7 +120,8 @@ public:
         }
         // Up to eight digits, or twice that many, are read in one piece. A sign, or a number that
         // may not fit, takes the long way.
-        std::uint32_t sum;
+        std::uint32_t sum =
+            0; // Without this, compilers may warn, for leading_digits may not set it.
         const unsigned digits = leading_digits(at_, sum);
         if (digits == 0 || digits > std::numeric_limits<Int>::digits10)
             return take_any_number(value);
@@ -129,7 +130,7 @@ public:
         if constexpr (sizeof(Int) == 8) {
             constexpr std::uint32_t powers[] = {1,      10,      100,      1000,     10000,
                                                 100000, 1000000, 10000000, 100000000};
-            std::uint32_t low;
+            std::uint32_t low = 0;
             const unsigned more = leading_digits(at_ + 8, low);
             if (more > 0 && (more < 8 || digit(at_[16]) >= 10))
                 return take_number(8 + more, std::uint64_t{sum} * powers[more] + low, value);
