@@ -26,8 +26,7 @@ TEST(interrupts, are_printed_from_their_records) {
         parser.parse_interrupt(payload_area(text));
         return output.take();
     };
-    EXPECT_EQ(printed(fuzz_input("interrupts/unaligned")),
-              test_data("reports/interrupts.txt"));
+    EXPECT_EQ(printed(fuzz_input("interrupts/unaligned")), test_data("reports/interrupts.txt"));
     const std::string failed = "parse_interrupt failed!stoul\n";
     expect_each(
         printed,
